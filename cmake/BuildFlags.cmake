@@ -1,0 +1,15 @@
+# What every target of the project is compiled with.
+add_library(kybridge_flags INTERFACE)
+target_compile_options(kybridge_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(KYBRIDGE_WERROR)
+  target_compile_options(kybridge_flags INTERFACE -Werror)
+endif()
+if(KYBRIDGE_SANITIZE)
+  target_compile_options(kybridge_flags INTERFACE -fsanitize=${KYBRIDGE_SANITIZE} -fno-sanitize-recover=all
+                                                  -fno-omit-frame-pointer)
+  target_link_options(kybridge_flags INTERFACE -fsanitize=${KYBRIDGE_SANITIZE})
+endif()
+if(KYBRIDGE_COVERAGE)
+  target_compile_options(kybridge_flags INTERFACE --coverage -O0)
+  target_link_options(kybridge_flags INTERFACE --coverage)
+endif()
