@@ -1,0 +1,66 @@
+/// Status and command texts, the module's verbosity, and the four kinds of line that it logs.
+///
+/// A line that the verbosity silences costs one load, one compare and one branch, and none of its
+/// arguments is evaluated. That, and the compiler's check of each format against its arguments, is why
+/// the three message lines are macros.
+#ifndef KYBRIDGE_BRIDGE_LOG_H
+#define KYBRIDGE_BRIDGE_LOG_H
+
+#include "kybridge/ky_sdk.h"
+
+namespace [[gnu::visibility("hidden")]] kybridge {
+
+/// Verbosity from which on a kind of line is written.
+enum : uint32_t { error_verbosity = 1, notice_verbosity = 3, debug_verbosity = 5, trace_verbosity = 6 };
+
+/// Module-wide; ky_bridge_log_verbosity_level_set stores any number.
+extern uint32_t log_verbosity;
+
+/// Text of a status; codes that no SDK module has give "Unknown return code".
+const char *status_text(ky_status_t status);
+/// Text of an access command; commands that the SDK does not have give "UNKNOWN".
+const char *command_text(ky_access_cmd_t cmd);
+
+[[gnu::cold]] void write_function_entry(const char *file, int line, const char *function);
+[[gnu::cold]] void write_function_exit(const char *file, int line, const char *function);
+
+/// Writes the function trace: the entry line where it is declared, first thing in a function, and the
+/// exit line when the function returns. The arguments are for the compiler to fill in.
+class FunctionTrace {
+public:
+    explicit FunctionTrace(const char *file = __builtin_FILE(), int line = __builtin_LINE(),
+                           const char *function = __builtin_FUNCTION())
+        : file_(file), line_(line), function_(function)
+    {
+        if (log_verbosity >= trace_verbosity) [[unlikely]]
+            write_function_entry(file_, line_, function_);
+    }
+    ~FunctionTrace()
+    {
+        if (log_verbosity >= trace_verbosity) [[unlikely]]
+            write_function_exit(file_, line_, function_);
+    }
+    FunctionTrace(const FunctionTrace &) = delete;
+    FunctionTrace &operator=(const FunctionTrace &) = delete;
+
+private:
+    const char *file_;
+    int line_;
+    const char *function_;
+};
+
+} // namespace gnu::visibility("hidden")]]kybridge
+
+#define LOG_LINE(severity, verbosity, ...)                                                                             \
+    do {                                                                                                               \
+        if (kybridge::log_verbosity >= (verbosity)) [[unlikely]]                                                       \
+            ky_log((severity), "BRIDGE", __VA_ARGS__);                                                                 \
+    } while (false)
+
+#define LOG_ERROR(...) LOG_LINE(KY_LOG_ERROR, kybridge::error_verbosity, __VA_ARGS__)
+#define LOG_NOTICE(...) LOG_LINE(KY_LOG_NOTICE, kybridge::notice_verbosity, __VA_ARGS__)
+#define LOG_DEBUG(message, ...)                                                                                        \
+    LOG_LINE(KY_LOG_DEBUG, kybridge::debug_verbosity, "%s[%d]- %s: " message, __builtin_FILE(), __LINE__,              \
+             __func__ __VA_OPT__(, ) __VA_ARGS__)
+
+#endif
