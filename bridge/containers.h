@@ -14,7 +14,7 @@
 #include <complib/cl_qmap.h>
 #include <complib/cl_qpool.h>
 
-namespace [[gnu::visibility("hidden")]] kybridge {
+namespace kybridge {
 
 /// A fixed number of records that begin with their pool item. The record initialised last is handed
 /// out first, and so is the one put back last.

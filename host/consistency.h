@@ -1,0 +1,27 @@
+/// Whether the module's database agrees with itself and with what the stand-in's hardware holds.
+#ifndef KYBRIDGE_HOST_CONSISTENCY_H
+#define KYBRIDGE_HOST_CONSISTENCY_H
+
+#include <string>
+#include <vector>
+
+#include "bridge/db.h"
+#include "sdk/sdk.h"
+
+namespace consistency {
+
+/// Checks the database alone: every record in its pool or its map and nowhere else, every link returned,
+/// every offset held once, every count right. Holds whatever the SDK refused. `db` may be NULL or that of
+/// 802.1Q mode, of which nothing is asked.
+/// @return what does not hold, one sentence each; empty: all well
+std::vector<std::string> check_database(const bridge_db_t *db);
+
+/// Checks that each virtual port is attached completely, and that rules, bindings, memberships, VLAN groups
+/// and memory of the device are exactly those that the database accounts for. Holds as long as the SDK did
+/// not refuse an undo, the deletion of an egress rule, a rewrite for the learning mode or a VLAN group's end.
+/// @return what does not hold, one sentence each; empty: all well
+std::vector<std::string> check_hardware(const bridge_db_t *db, const sdk::Device &device);
+
+} // namespace consistency
+
+#endif

@@ -1,0 +1,114 @@
+#include "support/module_fixture.h"
+
+#include <regex>
+
+#include "host/consistency.h"
+
+ModuleTest::ModuleTest()
+{
+    device.reset();
+    device.bridge_port_set = ky_bridge_port_set;
+    device.log = [this](const sdk::LogLine &line) { log.push_back(line); };
+    swid_validation_func_ptr = sdk_validate_swid;
+    ky_bridge_log_verbosity_level_set(3);
+}
+
+void ModuleTest::TearDown()
+{
+    device.faults.clear();
+    EXPECT_EQ(ky_bridge_deinit(), 0U);
+    EXPECT_EQ(device.memory.bytes(), 0U) << "memory is left over";
+    EXPECT_EQ(device.violations, std::vector<std::string>());
+    device.reset();
+}
+
+ky_status_t ModuleTest::start(std::uint32_t bridges, std::uint32_t virtual_ports)
+{
+    return start_mode(KY_BRIDGE_SDK_MODE_802_1D, bridges, virtual_ports);
+}
+
+ky_status_t ModuleTest::start_mode(std::uint32_t mode, std::uint32_t bridges, std::uint32_t virtual_ports,
+                                   std::uint32_t multiple_vlan)
+{
+    const ky_bridge_init_params_t params = {mode, {{bridges, virtual_ports, multiple_vlan}}};
+    return ky_bridge_init(&params);
+}
+
+ky_status_t ModuleTest::announce(std::uint32_t log_port, std::uint8_t swid)
+{
+    sdk::device().ports.ports[log_port].swid = swid;
+    return deliver(KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, log_port, swid);
+}
+
+ky_status_t ModuleTest::deliver(std::uint32_t event, std::uint32_t log_port, std::uint8_t swid, std::uint32_t kind)
+{
+    ky_port_event_t record = {};
+    record.log_port = log_port;
+    record.swid = swid;
+    record.port_kind = kind;
+    return sdk::device().adviser.deliver(event, record);
+}
+
+std::uint16_t ModuleTest::create_bridge(std::uint32_t is_internal)
+{
+    std::uint16_t bridge_id = 0;
+    EXPECT_EQ(ky_bridge_set(KY_ACCESS_CMD_CREATE, &bridge_id, is_internal), 0U);
+    return bridge_id;
+}
+
+ky_status_t ModuleTest::destroy_bridge(std::uint16_t bridge_id, std::uint32_t is_internal)
+{
+    return ky_bridge_set(KY_ACCESS_CMD_DESTROY, &bridge_id, is_internal);
+}
+
+ky_status_t ModuleTest::add(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan,
+                            std::uint32_t egress_mode, std::uint32_t is_internal)
+{
+    return ky_bridge_port_set(KY_ACCESS_CMD_ADD, bridge_id, log_port, vlan, egress_mode, is_internal);
+}
+
+ky_status_t ModuleTest::remove(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan,
+                               std::uint32_t egress_mode, std::uint32_t is_internal)
+{
+    return ky_bridge_port_set(KY_ACCESS_CMD_DELETE, bridge_id, log_port, vlan, egress_mode, is_internal);
+}
+
+std::vector<std::string> ModuleTest::take_log()
+{
+    static const std::regex position(R"(^[a-z_]+\.cpp\[\d+\]- )");
+    std::vector<std::string> texts;
+    for (const sdk::LogLine &line : log)
+        texts.push_back(std::regex_replace(line.text, position, ""));
+    log.clear();
+    return texts;
+}
+
+std::vector<std::string> ModuleTest::take_calls()
+{
+    std::vector<std::string> texts;
+    for (const sdk::Call &call : sdk::device().journal.calls())
+        texts.push_back(describe(call));
+    sdk::device().journal.clear();
+    return texts;
+}
+
+std::string ModuleTest::take_services()
+{
+    std::string names;
+    for (const sdk::Call &call : sdk::device().journal.calls())
+        names += (names.empty() ? "" : " ") + std::string(name(call.service));
+    sdk::device().journal.clear();
+    return names;
+}
+
+void ModuleTest::forget()
+{
+    log.clear();
+    device.journal.clear();
+}
+
+void ModuleTest::expect_consistent()
+{
+    EXPECT_EQ(consistency::check_database(bridge_db), std::vector<std::string>());
+    EXPECT_EQ(consistency::check_hardware(bridge_db, sdk::device()), std::vector<std::string>());
+}
