@@ -7,7 +7,6 @@
 #ifndef KYBRIDGE_SDK_SDK_H
 #define KYBRIDGE_SDK_SDK_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -59,23 +58,27 @@ std::optional<Service> find_service(std::string_view name);
 
 /// One call as the journal keeps it.
 struct Call {
-    std::uint64_t number = 0;             ///< 1 for the first call since the device was reset
-    Service service{};                    ///< who was called
-    std::vector<std::uint64_t> arguments; ///< the numbers passed, in order; addresses are left out
-    std::vector<std::uint8_t> sent;       ///< bytes of the record (or entries) as the module passed it
-    std::vector<std::uint8_t> returned;   ///< the same bytes after the call
-    std::uint64_t result = 0;             ///< what was written through a plain out-argument (swid, mode, state)
-    ky_status_t status = 0;               ///< what was answered
-    bool planned = false;                 ///< answered by a planned fault: nothing was done
-    unsigned depth = 0;                   ///< 1 for a call made inside another (bridge_port_set), else 0
+    std::uint64_t number = 0; ///< 1 for the first call since the device was reset
+    Service service{};        ///< who was called
+    /// The numbers passed, in order, the state of rstp_port_state_set among them; addresses are left out.
+    std::vector<std::uint64_t> arguments;
+    std::vector<std::uint8_t> sent;     ///< bytes of the record (or entries) as the module passed it
+    std::vector<std::uint8_t> returned; ///< the same bytes after the call
+    /// What was written through a plain out-argument (swid, mode, state); for memory that was given back, its bytes.
+    std::uint64_t result = 0;
+    ky_status_t status = 0; ///< what was answered
+    bool planned = false;   ///< answered by a planned fault: nothing was done
+    unsigned depth = 0;     ///< 1 for a call made inside another (bridge_port_set), else 0
 };
 
 /// The call in words, decoded: "acl_rules_set SET region 1 offset 3: port 0x00010001 vlan 100 -> vlan 1, don't learn".
+/// A status that is not 0 follows, "-> 5", and for a planned fault "(planned fault)".
 std::string describe(const Call &call);
 
 class Journal {
 public:
-    /// Keeps the last `calls` calls; 0 keeps none and only counts. The default keeps 100000.
+    /// Keeps the last `calls` calls; 0 keeps none and only counts. The default keeps 10000 (a rule write
+    /// takes 13 kilobytes).
     void keep(std::size_t calls);
     const std::deque<Call> &calls() const { return calls_; } ///< oldest first
     std::uint64_t count() const { return count_; }           ///< calls since the device was reset
@@ -85,7 +88,7 @@ public:
 private:
     friend class Recorder; ///< the services' side, in sdk/recorder.h
     std::deque<Call> calls_;
-    std::size_t capacity_ = 100000;
+    std::size_t capacity_ = 10000;
     std::uint64_t count_ = 0;
     unsigned depth_ = 0;
 };
@@ -94,11 +97,15 @@ private:
 class Faults {
 public:
     /// Fails the `nth` next call of a service, 1 being the very next, with `status`. For
-    /// port_db_check_port_mode_router_port, where 0 means router port, the status is answered as it is.
-    void fail(Service service, unsigned nth, ky_status_t status);
+    /// port_db_check_port_mode_router_port, where 0 means router port, the status is answered as it is. A
+    /// status of 0 answers success, with nothing done. Counted from now; of two that fall on one call the
+    /// earlier one answers.
+    /// @return false: nothing is planned, since cl_free cannot fail or `nth` is 0
+    bool fail(Service service, unsigned nth, ky_status_t status);
     /// Fails the `nth` next call of any service that can fail, 1 being the very next. The query
     /// port_db_check_port_mode_router_port is answered 0 then (a router port), whatever the status.
-    void fail_any(unsigned nth, ky_status_t status);
+    /// @return false: nothing is planned, since `nth` is 0
+    bool fail_any(unsigned nth, ky_status_t status);
     void clear();
     bool pending() const { return !planned_.empty(); }
 
@@ -111,6 +118,7 @@ public:
 
 private:
     friend class Recorder;
+    std::optional<ky_status_t> take(Service service); ///< counts a call; the status when a fault hits it
     std::vector<Planned> planned_;
 };
 
@@ -163,8 +171,8 @@ struct AclManager {
     std::map<std::pair<std::uint32_t, Direction>, Binding> bindings; ///< by log_port and direction
     std::map<std::uint16_t, VlanGroup> vlan_groups;                  ///< by vlan_group
     std::uint32_t next_region_id = 1;                                ///< handed out ascending, never reused
-    std::uint32_t next_acl_id = 1;
-    std::uint16_t next_vlan_group = 1;
+    std::uint32_t next_acl_id = 1;                                   ///< likewise
+    std::uint16_t next_vlan_group = 1; ///< ascending, from 1 again after 0xFFFE; a group in use is passed over
 
     /// The rules that act on a port's frames in a direction; NULL when it is bound to no ACL.
     const Region *region_of(std::uint32_t log_port, Direction direction) const;
@@ -255,7 +263,7 @@ struct Device {
     PortModule ports;
     VlanModule vlans;
     std::map<std::uint8_t, std::uint32_t> mstp_modes; ///< by SWID; a SWID that is not listed is in RSTP mode
-    std::set<std::uint8_t> bridge_swids;              ///< SWIDs that sdk_validate_swid accepts; starts as {0}
+    std::set<std::uint8_t> bridge_swids{0};           ///< SWIDs that sdk_validate_swid accepts; starts as {0}
     Memory memory;
     Adviser adviser;
     Journal journal;
@@ -276,11 +284,11 @@ struct Device {
     std::vector<std::string> violations;
 
     /// As after power-on: no state, no journal, no faults, no violations, no hooks; memory that is
-    /// still outstanding is released. Limits are 4094 bridges and 256 logical ports.
+    /// still outstanding is released. Not from inside a service call. Limits are 4094 bridges and 256 logical ports.
     void reset();
 
-    /// The state that the module can change, in words, one fact a line, sorted, without journal numbers:
-    /// equal texts mean equal hardware. Rule offsets are part of it only with `with_offsets`.
+    /// The hardware state that the module can change (ACL manager, VLANs, RSTP), in words, one fact a line, sorted,
+    /// without journal numbers: equal texts mean equal hardware. Rule offsets are part of it only with `with_offsets`.
     std::string snapshot(bool with_offsets = true) const;
 };
 

@@ -1,0 +1,173 @@
+// Names of the services, the journal, planned faults, and the recorder that ties them to a call.
+#include "sdk/recorder.h"
+
+#include <algorithm>
+#include <array>
+
+namespace sdk {
+
+namespace {
+
+constexpr std::array<std::string_view, service_count> service_names = {
+    "acl_region_set",
+    "acl_set",
+    "acl_rules_set",
+    "acl_bind_port",
+    "acl_bind_port_get",
+    "acl_unbind_port",
+    "acl_vlan_group_set",
+    "port_db_check_port_mode_router_port",
+    "port_swid_alloc_get",
+    "port_lag_member_state_get",
+    "swid_validation",
+    "bridge_port_set",
+    "vlan_port_multi_vlans_set",
+    "mstp_mode_get",
+    "rstp_port_state_get",
+    "rstp_port_state_set",
+    "adviser_register_event",
+    "utils_clr_memory_get",
+    "utils_memory_put",
+    "cl_malloc",
+    "cl_free",
+};
+static_assert(static_cast<unsigned>(Service::cl_free) == service_count - 1 && service_names.back() == "cl_free");
+
+} // namespace
+
+std::string_view name(Service service)
+{
+    return service_names.at(static_cast<std::size_t>(service));
+}
+
+std::optional<Service> find_service(std::string_view name)
+{
+    const auto *const found = std::find(service_names.begin(), service_names.end(), name);
+    if (found == service_names.end()) {
+        return std::nullopt;
+    }
+    return static_cast<Service>(found - service_names.begin());
+}
+
+// ---- Journal --------------------------------------------------------------------------------------
+
+void Journal::keep(std::size_t calls)
+{
+    capacity_ = calls;
+    while (calls_.size() > capacity_) {
+        calls_.pop_front();
+    }
+}
+
+const Call *Journal::find(std::uint64_t number) const
+{
+    const auto found = std::lower_bound(calls_.begin(), calls_.end(), number,
+                                        [](const Call &call, std::uint64_t wanted) { return call.number < wanted; });
+    return found != calls_.end() && found->number == number ? &*found : nullptr;
+}
+
+void Journal::clear()
+{
+    calls_.clear();
+}
+
+// ---- Planned faults -------------------------------------------------------------------------------
+
+bool Faults::fail(Service service, unsigned nth, ky_status_t status)
+{
+    if (nth == 0 || service == Service::cl_free) {
+        return false;
+    }
+    planned_.push_back({service, nth, status});
+    return true;
+}
+
+bool Faults::fail_any(unsigned nth, ky_status_t status)
+{
+    if (nth == 0) {
+        return false;
+    }
+    planned_.push_back({std::nullopt, nth, status});
+    return true;
+}
+
+void Faults::clear()
+{
+    planned_.clear();
+}
+
+std::optional<ky_status_t> Faults::take(Service service)
+{
+    if (planned_.empty() || service == Service::cl_free) {
+        return std::nullopt;
+    }
+    std::optional<ky_status_t> answer;
+    for (auto planned = planned_.begin(); planned != planned_.end();) {
+        const bool concerned = !planned->service || *planned->service == service;
+        if (!concerned || --planned->remaining != 0) {
+            ++planned;
+            continue;
+        }
+        if (!answer) {
+            const bool router_query = !planned->service && service == Service::port_db_check_port_mode_router_port;
+            answer = router_query ? ky_status_t{KY_STATUS_SUCCESS} : planned->status;
+        }
+        planned = planned_.erase(planned);
+    }
+    return answer;
+}
+
+// ---- Recorder -------------------------------------------------------------------------------------
+
+Recorder::Recorder(Service service, std::initializer_list<std::uint64_t> arguments, Bytes record)
+    : service_(service), depth_(device().journal.depth_++), number_(++device().journal.count_),
+      fault_(device().faults.take(service)), record_(record)
+{
+    if (device().journal.capacity_ != 0 || device().on_call) {
+        call_.emplace();
+        call_->number = number_;
+        call_->service = service_;
+        call_->arguments = arguments;
+        call_->sent.assign(record_.begin(), record_.end());
+        call_->depth = depth_;
+    }
+}
+
+void Recorder::report(const std::string &text) const
+{
+    device().violations.push_back(fmt::format("call {} {}: {}", number_, name(service_), text));
+}
+
+void Recorder::report_difference(Bytes sent, Bytes expected) const
+{
+    const auto byte =
+        static_cast<std::size_t>(std::mismatch(sent.begin(), sent.end(), expected.begin()).first - sent.begin());
+    report(fmt::format("byte 0x{:03X} of the record is 0x{:02X}, expected 0x{:02X}", byte, sent[byte], expected[byte]));
+}
+
+void Recorder::finish(ky_status_t status)
+{
+    Journal &journal = device().journal;
+    journal.depth_ = depth_;
+    if (!call_) {
+        return;
+    }
+    call_->returned.assign(record_.begin(), record_.end());
+    call_->result = result_;
+    call_->status = status;
+    call_->planned = fault_.has_value();
+    if (device().on_call) {
+        device().on_call(*call_);
+    }
+    if (journal.capacity_ != 0) {
+        // Calls that were made inside this one are kept already and belong behind it.
+        auto place = journal.calls_.end();
+        while (place != journal.calls_.begin() && std::prev(place)->number > number_) {
+            --place;
+        }
+        journal.calls_.insert(place, std::move(*call_));
+        journal.keep(journal.capacity_);
+    }
+}
+
+} // namespace sdk
