@@ -1,0 +1,121 @@
+#include "sim/frame.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include <fmt/format.h>
+
+namespace sim {
+namespace {
+
+constexpr std::size_t addresses_size = 12; ///< destination and source, in front of the tag or the type
+
+std::uint16_t read_16(BytesView bytes, std::size_t at)
+{
+    return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+void append_16(Bytes &bytes, unsigned value)
+{
+    bytes.push_back(static_cast<std::uint8_t>(value >> 8));
+    bytes.push_back(static_cast<std::uint8_t>(value));
+}
+
+void append(Bytes &bytes, BytesView more)
+{
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+void append_tag(Bytes &bytes, const std::optional<Tag> &tag)
+{
+    if (!tag)
+        return;
+    append_16(bytes, tag_protocol);
+    append_16(bytes, (tag->pcp & 7u) << 13 | (tag->dei ? 1u << 12 : 0u) | (tag->vid & 0xFFFu));
+}
+
+} // namespace
+
+bool Mac::is_broadcast() const
+{
+    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+std::string Mac::text() const
+{
+    return fmt::format("{:02x}", fmt::join(bytes, ":"));
+}
+
+std::optional<Mac> parse_mac(std::string_view text)
+{
+    Mac mac;
+    if (text.size() != mac.bytes.size() * 3 - 1 || (text[2] != ':' && text[2] != '-'))
+        return std::nullopt;
+    for (std::size_t i = 0; i < mac.bytes.size(); ++i) {
+        const char *pair = text.data() + i * 3;
+        const auto [end, error] = std::from_chars(pair, pair + 2, mac.bytes[i], 16);
+        if (error != std::errc{} || end != pair + 2)
+            return std::nullopt;
+        if (i > 0 && pair[-1] != text[2])
+            return std::nullopt;
+    }
+    return mac;
+}
+
+std::string Tag::text() const
+{
+    return fmt::format("{} pcp {}{}", vid == 0 ? "priority tag" : fmt::format("vlan {}", vid), pcp, dei ? " dei" : "");
+}
+
+std::string Header::text() const
+{
+    return fmt::format("{} > {}, {}, type 0x{:04x}", source.text(), destination.text(), tag ? tag->text() : "untagged",
+                       ether_type);
+}
+
+FrameFault parse(BytesView frame, Header &header)
+{
+    if (frame.size() < frame_size_min)
+        return FrameFault::runt;
+    if (frame.size() > frame_size_max)
+        return FrameFault::oversized;
+
+    const bool tagged = read_16(frame, addresses_size) == tag_protocol;
+    if (tagged && frame.size() < frame_size_min + tag_size)
+        return FrameFault::cut_tag;
+
+    std::copy_n(frame.begin(), 6, header.destination.bytes.begin());
+    std::copy_n(frame.begin() + 6, 6, header.source.bytes.begin());
+    header.tag.reset();
+    if (tagged) {
+        const std::uint16_t control = read_16(frame, addresses_size + 2);
+        header.tag = Tag{static_cast<std::uint8_t>(control >> 13), (control & 0x1000) != 0,
+                         static_cast<std::uint16_t>(control & 0xFFF)};
+    }
+    header.ether_type = read_16(frame, header.size() - 2);
+    return FrameFault::none;
+}
+
+Bytes build(const Header &header, BytesView payload)
+{
+    Bytes frame;
+    frame.reserve(header.size() + payload.size());
+    append(frame, header.destination.bytes);
+    append(frame, header.source.bytes);
+    append_tag(frame, header.tag);
+    append_16(frame, header.ether_type);
+    append(frame, payload);
+    return frame;
+}
+
+Bytes retag(BytesView frame, const Header &header, const std::optional<Tag> &tag)
+{
+    Bytes result;
+    result.reserve(frame.size() + tag_size);
+    append(result, frame.first(addresses_size));
+    append_tag(result, tag);
+    append(result, frame.subspan(header.size() - 2));
+    return result;
+}
+
+} // namespace sim
