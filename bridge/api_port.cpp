@@ -3,6 +3,7 @@
 #include "api.h"
 
 #include "acl.h"
+#include "acl_rule.h"
 #include "log.h"
 #include "vlan.h"
 
@@ -14,6 +15,16 @@ struct Attachment {
     bridge_db_virtual_port_t *vport;
     bridge_db_log_port_t *log_port; ///< known from the back reference (ADD) or its lookup (DELETE) on
 };
+
+/// Frees the offsets of rules that the ACL manager would not delete, as their virtual port is about to go and
+/// nobody else knows of them. The rules stand until their offsets are next written.
+void give_up_rules(const Attachment &attached)
+{
+    if (attached.vport->ingress_offset != nullptr)
+        kybridge::put_offset(bridge_db->ingress_region, attached.vport->ingress_offset);
+    if (attached.vport->egress_offset != nullptr && --attached.bridge->egress_rule_ref_cnt == 0)
+        kybridge::put_offset(bridge_db->egress_region, attached.bridge->egress_offset);
+}
 
 /// The steps of an ADD that can be undone, in their order.
 enum class AddStep { record, ingress_rule, egress_side, back_reference, rstp_refresh };
@@ -35,6 +46,7 @@ void undo_add(const Attachment &attached, AddStep completed)
         __bridge_remove_ingress_acl_rule(attached.bridge, attached.vport);
         [[fallthrough]];
     case AddStep::record:
+        give_up_rules(attached);
         __bridge_db_free_virtual_port(attached.vport, attached.bridge);
     }
 }
