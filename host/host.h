@@ -1,0 +1,46 @@
+/// What the commands of a script work on.
+#ifndef KYBRIDGE_HOST_HOST_H
+#define KYBRIDGE_HOST_HOST_H
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/module.h"
+#include "host/names.h"
+#include "sdk/sdk.h"
+
+namespace host {
+
+/// Where the module's log goes.
+struct Log {
+    std::FILE *file = stderr;
+    std::vector<std::string> errors; ///< error lines of the current command
+
+    void write(const sdk::LogLine &line);
+};
+
+/// The loaded module, the device under it, and what scripts have named and remembered.
+struct Host {
+    Module module;
+    sdk::Device &device = sdk::device();
+    Names names = {};
+    Log log = {};
+    std::map<std::string, std::vector<std::string>> remembered = {}; ///< facts by the name they were remembered under
+
+    void print(std::string_view text) const { std::fwrite(text.data(), 1, text.size(), stdout); }
+};
+
+/// What a command did.
+struct Result {
+    ky_status_t status = KY_STATUS_SUCCESS; ///< the module's answer
+    std::string text;                       ///< what was done, in one line without its end; empty: nothing to say
+    bool failed = false;                    ///< refused without a status; `text` says why
+    std::string outputs = {};               ///< what came back through pointers, whatever the answer
+};
+
+} // namespace host
+
+#endif

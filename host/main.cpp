@@ -1,0 +1,153 @@
+// kybridge-host: a management process that loads the bridge module and drives it by scripts.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "host/interpreter.h"
+
+namespace {
+
+using host::Interpreter;
+using host::Verdict;
+
+constexpr const char *module_soname = "libkybridge.so.1";
+constexpr const char *standard_input = "-";
+
+struct Options {
+    std::vector<std::string> files;
+    std::string module = module_soname;
+    std::string log;
+    std::uint32_t verbosity = 3;
+    bool keep_going = false;
+    bool check_only = false;
+};
+
+/// Runs commands as they arrive on standard input. A person at a terminal is prompted, and may mistype.
+Verdict run_standard_input(Interpreter &interpreter)
+{
+    if (isatty(STDIN_FILENO) == 0)
+        return interpreter.run(std::cin, "standard input");
+
+    fmt::print("Type commands, one a line; 'help' lists them, Ctrl-D ends.\n");
+    while (true) {
+        fmt::print("kybridge> ");
+        std::fflush(stdout);
+        std::string line;
+        if (!std::getline(std::cin, line))
+            break;
+        interpreter.run_line(line, "that line");
+    }
+    fmt::print("\n");
+    return host::as_expected;
+}
+
+/// Checks all files before it runs the first, so that a wrong line is found before anything is done.
+Verdict check_files(const std::vector<std::string> &files)
+{
+    auto verdict = host::as_expected;
+    for (const std::string &file : files) {
+        if (file == standard_input)
+            continue;
+        std::ifstream script(file);
+        if (std::filesystem::is_directory(file)) {
+            fmt::print(stderr, "{}: is a directory; expected a script\n", file);
+            verdict = host::wrong_script;
+        } else if (!script) {
+            fmt::print(stderr, "{}: {}\n", file, std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
+            verdict = host::wrong_script;
+        } else {
+            verdict = std::max(verdict, host::check_script(script, file));
+        }
+    }
+    return verdict;
+}
+
+Verdict run_files(Interpreter &interpreter, const Options &options)
+{
+    auto verdict = host::as_expected;
+    for (const std::string &file : options.files) {
+        if (file == standard_input) {
+            verdict = std::max(verdict, run_standard_input(interpreter));
+        } else {
+            std::ifstream script(file);
+            verdict = std::max(verdict, interpreter.run(script, file));
+        }
+        if (verdict == host::wrong_script || (verdict == host::unexpected && !options.keep_going))
+            break;
+    }
+    return std::max(verdict, interpreter.finish());
+}
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+
+int run(const Options &options)
+{
+    const Verdict wrong = check_files(options.files);
+    if (wrong != host::as_expected || options.check_only)
+        return wrong;
+
+    host::Host host{host::load_module(options.module)};
+    std::unique_ptr<std::FILE, CloseFile> log_file;
+    if (options.log == "-") {
+        host.log.file = stdout;
+    } else if (!options.log.empty()) {
+        log_file.reset(std::fopen(options.log.c_str(), "w"));
+        if (!log_file) {
+            fmt::print(stderr, "{}: {}\n", options.log, std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
+            return host::wrong_script;
+        }
+        host.log.file = log_file.get();
+    }
+    host.device.log = [&host](const sdk::LogLine &line) { host.log.write(line); };
+    host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
+
+    Interpreter interpreter(host, options.keep_going);
+    const Verdict verdict = run_files(interpreter, options);
+    host.device.log = nullptr;
+    return verdict;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    CLI::App app("Loads the bridge module into a process with a stand-in SDK and drives it by scripts.",
+                 "kybridge-host");
+    Options options;
+    app.add_option("FILE", options.files, "Scripts, run one after the other; - or none: standard input");
+    app.add_option("--module", options.module, "The module to load; by default the one that belongs to this program");
+    app.add_option("--log", options.log, "File for the module's log, - for standard output; by default standard error");
+    app.add_option("--verbosity", options.verbosity,
+                   "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces");
+    app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
+    app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");
+    app.set_version_flag("--version", "kybridge-host " KYBRIDGE_VERSION);
+    app.footer([] {
+        return host::help_on_all_commands() + "\nEXIT STATUS\n  0  every command did what the script expected\n"
+                                              "  1  a command did not, or memory was left over at the end\n"
+                                              "  2  a wrong line in a script, wrong arguments, or no module to load\n";
+    });
+
+    try {
+        app.parse(argc, argv);
+        if (options.files.empty())
+            options.files.emplace_back(standard_input);
+        return run(options);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? host::as_expected : host::wrong_script;
+    } catch (const host::ModuleError &error) {
+        fmt::print(stderr, "kybridge-host: {}\n", error.what());
+        return host::wrong_script;
+    }
+}

@@ -1,0 +1,67 @@
+/// Loads libkybridge.so.1 the way a management process does, with dlopen, and finds what it exports.
+#ifndef KYBRIDGE_HOST_MODULE_H
+#define KYBRIDGE_HOST_MODULE_H
+
+#include <stdexcept>
+#include <string>
+
+#include "kybridge/ky_bridge.h"
+
+/// Every exported function of the module, once.
+#define KYBRIDGE_FUNCTIONS(X)                                                                                          \
+    X(ky_bridge_init)                                                                                                  \
+    X(ky_bridge_deinit)                                                                                                \
+    X(ky_bridge_mode_get)                                                                                              \
+    X(ky_bridge_log_verbosity_level_set)                                                                               \
+    X(ky_bridge_log_verbosity_level_get)                                                                               \
+    X(ky_bridge_set)                                                                                                   \
+    X(ky_bridge_ref_cnt_increase)                                                                                      \
+    X(ky_bridge_ref_cnt_decrease)                                                                                      \
+    X(ky_bridge_port_set)                                                                                              \
+    X(ky_bridge_clear_port)                                                                                            \
+    X(ky_bridge_clear_undo)                                                                                            \
+    X(ky_bridge_port_get)                                                                                              \
+    X(ky_bridge_int_vlan_id_get)                                                                                       \
+    X(ky_bridge_int_vlan_list_get)                                                                                     \
+    X(ky_bridge_int_vlan_bridge_id_get)                                                                                \
+    X(ky_bridge_log_port_member_state)                                                                                 \
+    X(ky_bridge_int_vlan_group_set)                                                                                    \
+    X(ky_bridge_int_vlan_group_get)                                                                                    \
+    X(ky_bridge_port_acl_binding_get)                                                                                  \
+    X(ky_bridge_set_learning_mode)                                                                                     \
+    X(ky_bridge_get_learning_mode)
+
+namespace host {
+
+/// The module cannot be used; the text says which file and why.
+class ModuleError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The loaded module. It stays loaded to the end of the process: the SDK keeps its callbacks.
+struct Module {
+    std::string file; ///< the file that was loaded
+
+    // NOLINTNEXTLINE(cppcoreguidelines-macro-usage): members named as what they point to
+#define KYBRIDGE_MEMBER(function) decltype(&::function) function = nullptr;
+    KYBRIDGE_FUNCTIONS(KYBRIDGE_MEMBER)
+#undef KYBRIDGE_MEMBER
+    bridge_db_t **bridge_db = nullptr;                             ///< read only
+    ky_swid_validation_func_t *swid_validation_func_ptr = nullptr; ///< for the host to fill
+
+    bool is_started() const
+    {
+        return *bridge_db != nullptr;
+    }
+};
+
+/// Loads the module and connects it with the stand-in SDK: the SWID validation goes in, and the SDK's
+/// bridge_port_set comes back into the module.
+/// @param file a path, or a bare name that is looked for where the program's own libraries are
+/// @throws ModuleError
+Module load_module(const std::string &file);
+
+} // namespace host
+
+#endif
