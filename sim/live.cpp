@@ -131,9 +131,10 @@ void Live::read(Attachment &from)
         detach(from, pcap_geterr(from.handle.get()));
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): pcap_handler
 void Live::on_frame(unsigned char *attachment, const pcap_pkthdr *header, const unsigned char *bytes)
 {
-    auto &from = *reinterpret_cast<Attachment *>(attachment); // NOLINT: the pointer that pcap_dispatch was given
+    auto &from = *reinterpret_cast<Attachment *>(attachment); // as given to pcap_dispatch
     ++from.interface.counters.received;
     if (header->caplen < header->len)
         ++from.interface.counters.truncated;

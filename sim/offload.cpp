@@ -92,7 +92,7 @@ bool find_ipv4_transport(BytesView frame, Layout &layout)
     if ((fragment & (IP_MF | IP_OFFMASK)) != 0)
         return false;
     layout.protocol = frame[layout.ip + 9];
-    layout.transport = layout.ip + (frame[layout.ip] & 0xFu) * 4;
+    layout.transport = layout.ip + (frame[layout.ip] & 0xFu) * std::size_t{4};
     return layout.transport >= layout.ip + ipv4_header_min;
 }
 

@@ -5,7 +5,7 @@
 /// ever does it, and a capture shows the frames unfinished. A switch in between must do it, or receivers
 /// drop what it forwards. Which frames are unfinished, the capture does not tell, but the frame does: an
 /// unfinished checksum field holds the sum of the pseudo header, and a frame longer than the MTU was to
-/// be cut.
+/// be cut. How a UDP datagram was to be cut it does not tell: that one stays whole.
 #ifndef KYBRIDGE_SIM_OFFLOAD_H
 #define KYBRIDGE_SIM_OFFLOAD_H
 

@@ -92,8 +92,7 @@ private:
     std::string learn(const Learning &step) const
     {
         const std::string source = outcome_.header->source.text();
-        const std::string station =
-            fmt::format("{} in vlan {} at {}", source, outcome_.rule->vlan, names_(outcome_.port));
+        std::string station = fmt::format("{} in vlan {} at {}", source, outcome_.rule->vlan, names_(outcome_.port));
         switch (step.result) {
         case Learning::Result::added:
             return station;

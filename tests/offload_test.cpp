@@ -123,6 +123,38 @@ TEST(OffloadTest, FinishesChecksums)
     }
 }
 
+TEST(OffloadTest, AUdpChecksumOfZeroIsSentAsOnes)
+{
+    const Kind kind{false, false, udp};
+    std::vector<Bytes> cut;
+    Bytes frame = make_frame(kind, 100);
+    put_16(frame, kind.data(), 0);
+    finish_offload(frame, 1500, cut);
+    const std::size_t checksum = get_16(frame, kind.checksum());
+
+    put_16(frame, kind.data(), checksum); // with which the checksum comes to 0
+    put_16(frame, kind.checksum(), kind.pseudo_sum(frame));
+    finish_offload(frame, 1500, cut);
+    EXPECT_EQ(get_16(frame, kind.checksum()), 0xFFFFU);
+}
+
+TEST(OffloadTest, StepsOverExtensionHeaders)
+{
+    const Kind kind{true, false, udp};
+    std::vector<Bytes> cut;
+    Bytes plain = make_frame(kind, 100);
+    Bytes extended = plain;
+    extended[kind.ip() + 6] = 0; // a hop-by-hop header follows, then UDP
+    put_16(extended, kind.ip() + 4, get_16(plain, kind.ip() + 4) + 8);
+    const Bytes hop_by_hop{udp, 0, 1, 4, 0, 0, 0, 0};
+    extended.insert(extended.begin() + static_cast<std::ptrdiff_t>(kind.transport()), hop_by_hop.begin(),
+                    hop_by_hop.end());
+
+    finish_offload(plain, 1500, cut);
+    finish_offload(extended, 1500, cut);
+    EXPECT_EQ(get_16(extended, kind.checksum() + 8), get_16(plain, kind.checksum()));
+}
+
 TEST(OffloadTest, CutsSegmentsToTheMtu)
 {
     constexpr std::size_t mtu = 1500, data_size = 4000;

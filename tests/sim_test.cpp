@@ -255,6 +255,12 @@ TEST_F(SwitchTest, DropsOnTheWayOut)
     EXPECT_EQ(dropped(north, to_b), Drop::not_member);
     device.acl.bindings.erase({east, Direction::egress}); // so the frame keeps the internal VLAN
     EXPECT_EQ(sent(north, to_b), "east 1");
+
+    // A rule that puts west's stations into a VLAN that west is no member of.
+    ingress_rules()[4].new_vlan = 1;
+    device.vlans.join(west, 100, KY_EGRESS_MODE_TAGGED);
+    sent(west, frame_of(Tag{.vid = 200}, station_b));
+    EXPECT_EQ(dropped(north, to_b), Drop::not_member);
 }
 
 TEST_F(SwitchTest, TheFirstMatchingRuleSetsTheVlan)
