@@ -1,5 +1,6 @@
 #include "host/consistency.h"
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <set>
@@ -227,12 +228,16 @@ void check_vlans(Findings &findings, const bridge_db_t &db, const sdk::Device &d
 {
     const auto uses = vlan_uses(db);
     for_each(db.log_port_map, [&](const bridge_db_log_port_t &port) {
-        for (unsigned vlan = 0; vlan < BRIDGE_DB_VLAN_REF_CNT_SIZE; ++vlan) {
-            const auto found = uses.find({port.log_port, static_cast<std::uint16_t>(vlan)});
-            const unsigned expected = found == uses.end() ? 0 : found->second;
-            findings.expect(port.vlan_ref_cnt[vlan] == expected, "port 0x{:08X} counts {} uses of VLAN {}, not {}",
-                            port.log_port, port.vlan_ref_cnt[vlan], vlan, expected);
-        }
+        std::array<std::uint8_t, BRIDGE_DB_VLAN_REF_CNT_SIZE> expected = {};
+        for (auto use = uses.lower_bound({port.log_port, 0}); use != uses.end() && use->first.first == port.log_port;
+             ++use)
+            expected[use->first.second] = static_cast<std::uint8_t>(use->second);
+        if (std::equal(expected.begin(), expected.end(), port.vlan_ref_cnt)) // nearly always, and quickly seen
+            return;
+        for (unsigned vlan = 0; vlan < BRIDGE_DB_VLAN_REF_CNT_SIZE; ++vlan)
+            findings.expect(port.vlan_ref_cnt[vlan] == expected[vlan],
+                            "port 0x{:08X} counts {} uses of VLAN {}, not {}", port.log_port, port.vlan_ref_cnt[vlan],
+                            vlan, expected[vlan]);
     });
     for (const auto &[port_vlan, count] : uses)
         findings.expect(device.vlans.find(port_vlan.first, port_vlan.second) != nullptr,
