@@ -81,16 +81,16 @@ typedef struct bridge_db_log_port {
 
 /// All state of the module. Obtained zero-filled at start-up.
 struct bridge_db_record {
-    uint32_t sdk_mode;                  ///< ky_bridge_sdk_mode
-    uint32_t max_bridge_num;            ///< bridges; size of the egress region
-    uint32_t max_virtual_ports_num;     ///< virtual ports; size of the ingress region
-    uint32_t multiple_vlan_bridge_mode; ///< ky_bridge_multiple_vlan_mode
-    kybridge::Pool<bridge_db_bridge_t> bridge_pool;
+    uint32_t sdk_mode;                              ///< ky_bridge_sdk_mode
+    uint32_t max_bridge_num;                        ///< bridges; size of the egress region
+    uint32_t max_virtual_ports_num;                 ///< virtual ports; size of the ingress region
+    uint32_t multiple_vlan_bridge_mode;             ///< ky_bridge_multiple_vlan_mode
+    kybridge::Pool<bridge_db_bridge_t> bridge_pool; ///< max_bridge_num records
     kybridge::Map<bridge_db_bridge_t, &bridge_db_bridge_t::map_item> bridge_map; ///< key bridge_id
-    kybridge::Pool<bridge_db_virtual_port_t> virtual_port_pool;
-    kybridge::Pool<bridge_db_int_vlan_t> int_vlan_pool;
+    kybridge::Pool<bridge_db_virtual_port_t> virtual_port_pool;                  ///< max_virtual_ports_num records
+    kybridge::Pool<bridge_db_int_vlan_t> int_vlan_pool;                          ///< KY_VLAN_ID_MAX records
     kybridge::Map<bridge_db_int_vlan_t, &bridge_db_int_vlan_t::map_item> int_vlan_map; ///< key int_vlan_id
-    kybridge::Pool<bridge_db_log_port_t> log_port_pool;
+    kybridge::Pool<bridge_db_log_port_t> log_port_pool; ///< as many records as the device has logical ports
     kybridge::Map<bridge_db_log_port_t, &bridge_db_log_port_t::map_item> log_port_map; ///< key log_port
     bridge_acl_region_t ingress_region;                                                ///< one rule per virtual port
     bridge_acl_region_t egress_region;                                                 ///< one rule per bridge

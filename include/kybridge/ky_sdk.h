@@ -145,7 +145,8 @@ static inline uint16_t *ky_acl_vlan_group_list(ky_acl_vlan_group_params_t *group
     return (uint16_t *)(void *)(group + 1); // NOLINT: C needs the C cast
 }
 
-/// Creates or destroys an ACL region. @param arg1 always 4 @param arg2 always 0 @param arg3 always 0
+/// Creates or destroys an ACL region.
+/// @param[in,out] region the region @param arg1 always 4 @param arg2 always 0 @param arg3 always 0
 ky_status_t acl_region_set(ky_acl_region_params_t *region, uint32_t arg1, uint32_t arg2, uint32_t arg3);
 /// Creates or destroys an ACL on a region.
 ky_status_t acl_set(ky_acl_params_t *acl);
@@ -165,9 +166,11 @@ ky_status_t acl_vlan_group_set(ky_acl_vlan_group_params_t *group);
 
 /// Tells whether a port is a router port. @return 0 when it is one, anything else when it is not
 ky_status_t port_db_check_port_mode_router_port(uint32_t log_port);
-/// Reads a port's switch partition. @param cmd KY_ACCESS_CMD_GET @param[out] swid 0 to 255
+/// Reads a port's switch partition.
+/// @param cmd KY_ACCESS_CMD_GET @param log_port the logical port @param[out] swid 0 to 255
 ky_status_t port_swid_alloc_get(ky_access_cmd_t cmd, uint32_t log_port, uint8_t *swid);
-/// Tells whether a port is a LAG member. @param cmd KY_ACCESS_CMD_GET @param[out] is_member non-zero: it is
+/// Tells whether a port is a LAG member.
+/// @param cmd KY_ACCESS_CMD_GET @param log_port the logical port @param[out] is_member non-zero: it is
 ky_status_t port_lag_member_state_get(ky_access_cmd_t cmd, uint32_t log_port, uint8_t *is_member);
 
 /// The SDK's own entry for setting a virtual port: the arguments of ky_bridge_port_set. The module
@@ -186,15 +189,18 @@ static_assert(sizeof(ky_vlan_entry_t) == 8, "VLAN entry");
 static_assert(offsetof(ky_vlan_entry_t, mode) == 4, "VLAN entry");
 
 /// Makes a port a member of VLANs (ADD) or takes it out of them (DELETE). Joining again is accepted.
-/// @param count entries in the array, 1 or 2
+/// @param cmd KY_ACCESS_CMD_ADD or KY_ACCESS_CMD_DELETE @param log_port the logical port
+/// @param count entries in the array, 1 or 2 @param entries the VLANs, only read; all of them or none take effect
 ky_status_t vlan_port_multi_vlans_set(ky_access_cmd_t cmd, uint32_t log_port, uint32_t count, ky_vlan_entry_t *entries);
 
-/// Reads a SWID's spanning-tree mode. @param cmd KY_ACCESS_CMD_GET
+/// Reads a SWID's spanning-tree mode. @param cmd KY_ACCESS_CMD_GET @param swid the switch partition
 /// @param[out] mode KY_MSTP_MODE_RSTP: its ports have an RSTP state
 ky_status_t mstp_mode_get(ky_access_cmd_t cmd, uint8_t swid, uint32_t *mode);
-/// Reads a port's RSTP state. @param cmd KY_ACCESS_CMD_GET
+/// Reads a port's RSTP state. @param cmd KY_ACCESS_CMD_GET @param log_port the logical port
+/// @param[out] state a number of the SDK's own
 ky_status_t rstp_port_state_get(ky_access_cmd_t cmd, uint32_t log_port, uint32_t *state);
-/// Sets a port's RSTP state. @param cmd KY_ACCESS_CMD_SET @param state address of the state, only read
+/// Sets a port's RSTP state. @param cmd KY_ACCESS_CMD_SET @param log_port the logical port
+/// @param state address of the state, only read
 ky_status_t rstp_port_state_set(ky_access_cmd_t cmd, uint32_t log_port, uint32_t *state);
 
 /* ---- Resource manager, adviser, memory, log ------------------------------------------------ */
@@ -207,6 +213,7 @@ typedef struct rm_resource {
 
 static_assert(offsetof(rm_resource_t, max_log_ports) == 4, "device limits");
 
+/// Set before ky_bridge_init, which reads it.
 extern rm_resource_t rm_resource_global;
 
 /// What the adviser passes with a port event. The real record may go on; the module reads three members.
@@ -225,7 +232,8 @@ static_assert(offsetof(ky_port_event_t, port_kind) == 32, "port event");
 /// Callback of the adviser. @param event_type number of the event @param event its record
 typedef ky_status_t (*ky_adviser_callback_t)(uint32_t event_type, const ky_port_event_t *event);
 
-/// Registers a callback for an event. @param arg always 1 @param event_type ky_adviser_event
+/// Registers a callback for an event.
+/// @param arg always 1 @param event_type ky_adviser_event @param callback called with each such event
 ky_status_t adviser_register_event(uint32_t arg, uint32_t event_type, ky_adviser_callback_t callback);
 
 enum { KY_MEMORY_TAG_BRIDGE = 8 }; ///< under which the module's database is accounted
@@ -233,7 +241,7 @@ enum { KY_MEMORY_TAG_BRIDGE = 8 }; ///< under which the module's database is acc
 /// Obtains zero-filled memory. @param[out] memory its address, written only on success
 /// @param count records @param size bytes of one record @param tag accounting tag
 ky_status_t utils_clr_memory_get(void **memory, uint32_t count, uint32_t size, uint32_t tag);
-/// Releases memory of utils_clr_memory_get. @param tag the tag that it was obtained with
+/// Releases memory of utils_clr_memory_get. @param memory its address @param tag the tag that it was obtained with
 ky_status_t utils_memory_put(void *memory, uint32_t tag);
 
 /// Severities of the SDK log.
@@ -243,9 +251,11 @@ enum ky_log_severity { KY_LOG_ERROR = 1, KY_LOG_NOTICE = 7, KY_LOG_DEBUG = 31, K
 /// @param severity ky_log_severity @param module name of the calling module @param format as printf's
 void ky_log(uint32_t severity, const char *module, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
-/// Raw memory of the component library. Where the component library has none of its own,
+/// Obtains raw memory of the component library. Where the component library has no cl_malloc and cl_free,
 /// libkybridge.so.1 brings weak ones on malloc and free; a process's own definitions win.
+/// @param size bytes @return its address, or NULL
 void *cl_malloc(size_t size);
+/// Releases memory of cl_malloc. @param memory its address
 void cl_free(void *memory);
 
 #ifdef __cplusplus

@@ -15,6 +15,7 @@
 /// Status of an SDK call: 0 is success. Codes that this list does not name come from other modules.
 typedef uint32_t ky_status_t;
 
+/// Statuses that the SDK's modules share.
 enum ky_status {
     KY_STATUS_SUCCESS = 0,
     KY_STATUS_ERROR = 1,
@@ -59,6 +60,7 @@ enum ky_status {
 /// What a call is asked to do. Each function and service names the commands that it takes.
 typedef uint32_t ky_access_cmd_t;
 
+/// Commands that the SDK's modules share.
 enum ky_access_cmd {
     KY_ACCESS_CMD_NONE = 0,
     KY_ACCESS_CMD_ADD = 1,
@@ -100,11 +102,13 @@ enum ky_access_cmd {
 /// Direction of an ACL, a region or a binding, seen from the switch.
 typedef uint32_t ky_acl_direction_t;
 
+/// Values of ky_acl_direction_t.
 enum ky_acl_direction { KY_ACL_DIRECTION_INGRESS = 0, KY_ACL_DIRECTION_EGRESS = 1 };
 
 /// Mode that the SDK runs in.
 typedef uint32_t ky_bridge_sdk_mode_t;
 
+/// Values of ky_bridge_sdk_mode_t.
 enum ky_bridge_sdk_mode {
     KY_BRIDGE_SDK_MODE_802_1Q = 0, ///< forwarding by VLAN alone: the module only keeps the mode
     KY_BRIDGE_SDK_MODE_802_1D = 1, ///< bridges and virtual ports
@@ -114,6 +118,7 @@ enum ky_bridge_sdk_mode {
 /// Which VLANs the virtual ports of one bridge may use.
 typedef uint32_t ky_bridge_multiple_vlan_mode_t;
 
+/// Values of ky_bridge_multiple_vlan_mode_t.
 enum ky_bridge_multiple_vlan_mode {
     KY_BRIDGE_MULTIPLE_VLAN_MODE_HOMOGENOUS = 0,    ///< all virtual ports of a bridge use one VLAN
     KY_BRIDGE_MULTIPLE_VLAN_MODE_NON_HOMOGENOUS = 1 ///< refused at start-up
@@ -122,6 +127,7 @@ enum ky_bridge_multiple_vlan_mode {
 /// Address learning mode of a bridge. Only whether it is 0 reaches the hardware.
 typedef uint32_t ky_fdb_learn_mode_t;
 
+/// Values of ky_fdb_learn_mode_t; others are accepted too.
 enum ky_fdb_learn_mode {
     KY_FDB_LEARN_MODE_DONT_LEARN = 0,   ///< a new bridge starts here
     KY_FDB_LEARN_MODE_AUTO_LEARN = 1,   ///< learn source addresses
@@ -131,6 +137,7 @@ enum ky_fdb_learn_mode {
 /// Tagging of a port in a VLAN: how its frames leave (IEEE 802.1Q).
 typedef uint32_t ky_egress_mode_t;
 
+/// Values of ky_egress_mode_t.
 enum ky_egress_mode { KY_EGRESS_MODE_TAGGED = 0, KY_EGRESS_MODE_UNTAGGED = 1 };
 
 /// Events of the SDK's adviser that the module registers for.
