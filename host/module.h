@@ -43,7 +43,7 @@ public:
 struct Module {
     std::string file; ///< the file that was loaded
 
-    // NOLINTNEXTLINE(cppcoreguidelines-macro-usage): members named as what they point to
+    // NOLINTNEXTLINE(bugprone-macro-parentheses): the argument is a name, not an expression
 #define KYBRIDGE_MEMBER(function) decltype(&::function) function = nullptr;
     KYBRIDGE_FUNCTIONS(KYBRIDGE_MEMBER)
 #undef KYBRIDGE_MEMBER
