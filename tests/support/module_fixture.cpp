@@ -1,5 +1,6 @@
 #include "support/module_fixture.h"
 
+#include <map>
 #include <regex>
 
 #include "host/consistency.h"
@@ -81,6 +82,21 @@ std::vector<std::string> ModuleTest::take_log()
         texts.push_back(std::regex_replace(line.text, position, ""));
     log.clear();
     return texts;
+}
+
+std::vector<std::string> ModuleTest::take_lines()
+{
+    static const std::map<std::uint32_t, std::string> names = {{KY_LOG_ERROR, "error: "},
+                                                               {KY_LOG_NOTICE, "notice: "},
+                                                               {KY_LOG_DEBUG, "debug: "},
+                                                               {KY_LOG_FUNCTION_TRACE, "trace: "}};
+    std::vector<std::string> lines;
+    for (const sdk::LogLine &line : log)
+        lines.push_back(names.at(line.severity));
+    const std::vector<std::string> texts = take_log();
+    for (std::size_t at = 0; at < texts.size(); ++at)
+        lines[at] += texts[at];
+    return lines;
 }
 
 std::vector<std::string> ModuleTest::take_calls()

@@ -43,9 +43,15 @@ protected:
     static ky_status_t remove(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan,
                               std::uint32_t egress_mode = 0, std::uint32_t is_internal = 0);
 
+    /// Records of the database; nullptr: there is none.
+    static bridge_db_bridge_t *bridge_record(std::uint16_t bridge_id) { return bridge_db->bridge_map.find(bridge_id); }
+    static bridge_db_log_port_t *port_record(std::uint32_t log_port) { return bridge_db->log_port_map.find(log_port); }
+
     /// Messages of the log since the last call, one string a line, as they were written; debug and trace
     /// lines without file and line number. Forgets them.
     std::vector<std::string> take_log();
+    /// As take_log, each line after its severity: "error: ", "notice: ", "debug: " or "trace: ".
+    std::vector<std::string> take_lines();
     /// The calls since the last time, described; forgets them.
     static std::vector<std::string> take_calls();
     /// Only the names of the services called, joined by blanks; forgets them.
