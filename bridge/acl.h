@@ -76,6 +76,6 @@ namespace [[gnu::visibility("hidden")]] kybridge {
 /// starts in no other mode; otherwise also logs the error that says so.
 bool is_homogenous_mode();
 
-} // namespace gnu::visibility("hidden")]]kybridge
+} // namespace kybridge
 
 #endif

@@ -19,6 +19,6 @@ bool take_offset(bridge_acl_region_t &region, bridge_acl_offset_t *&held);
 /// Gives the offset in `held` back to its region; it is the next one taken.
 void put_offset(bridge_acl_region_t &region, bridge_acl_offset_t *&held);
 
-} // namespace gnu::visibility("hidden")]]kybridge
+} // namespace kybridge
 
 #endif

@@ -28,6 +28,6 @@ namespace [[gnu::visibility("hidden")]] kybridge {
 /// those of ky_bridge_clear_undo; a refused binding leaves the record.
 ky_status_t announce_log_port(uint32_t log_port, uint8_t swid);
 
-} // namespace gnu::visibility("hidden")]]kybridge
+} // namespace kybridge
 
 #endif

@@ -79,6 +79,6 @@ private:
     }
 };
 
-} // namespace gnu::visibility("hidden")]]kybridge
+} // namespace kybridge
 
 #endif

@@ -169,6 +169,6 @@ namespace [[gnu::visibility("hidden")]] kybridge {
 bool database_is_missing(const char *file = __builtin_FILE(), int line = __builtin_LINE(),
                          const char *function = __builtin_FUNCTION());
 
-} // namespace gnu::visibility("hidden")]]kybridge
+} // namespace kybridge
 
 #endif

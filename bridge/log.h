@@ -49,7 +49,7 @@ private:
     const char *function_;
 };
 
-} // namespace gnu::visibility("hidden")]]kybridge
+} // namespace kybridge
 
 #define LOG_LINE(severity, verbosity, ...)                                                                             \
     do {                                                                                                               \
