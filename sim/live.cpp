@@ -45,9 +45,8 @@ PcapHandle open_interface(const std::string &name)
 
     const int status = pcap_activate(handle.get());
     if (status < 0) {
-        const char *detail = pcap_geterr(handle.get());
-        fail(name, *detail != '\0' ? fmt::format("{} ({})", pcap_statustostr(status), detail)
-                                   : std::string(pcap_statustostr(status)));
+        const std::string reason = pcap_statustostr(status), detail = pcap_geterr(handle.get());
+        fail(name, detail.empty() || detail == reason ? reason : fmt::format("{} ({})", reason, detail));
     }
     if (pcap_datalink(handle.get()) != DLT_EN10MB)
         fail(name, "it is no Ethernet interface");
