@@ -32,7 +32,8 @@ CommandGroup module_commands(); ///< start, stop, the device's limits
 CommandGroup port_commands();
 CommandGroup bridge_commands();
 CommandGroup vport_commands();
-CommandGroup sdk_commands(); ///< what a host sets up in the SDK, and planned faults
+CommandGroup sdk_commands();   ///< what a host sets up in the SDK, and planned faults
+CommandGroup frame_commands(); ///< the software switch
 CommandGroup show_commands();
 CommandGroup script_commands(); ///< what is about the script itself
 CommandGroup call_commands();   ///< every exported function with any arguments

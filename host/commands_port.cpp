@@ -90,7 +90,7 @@ Result set(Host &host, const Arguments &arguments)
     if (is_given("rstp"))
         port.rstp_state = static_cast<sdk::RstpState>(arguments.number("rstp"));
     if (is_given("link"))
-        port.link_up = arguments.number("link") != 0;
+        host.software_switch.set_link(log_port, arguments.number("link") != 0);
     if (settings.empty())
         throw ScriptError("nothing to set is given; one of router, lag, pvid, rstp and link follows the port");
     return {KY_STATUS_SUCCESS, fmt::format("{}:{}", port_text(host, log_port), settings)};

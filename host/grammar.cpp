@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "sim/frame.h"
+
 namespace host {
 
 namespace {
@@ -59,6 +61,11 @@ std::string Kind::choices(std::size_t most) const
 {
     if (source == Source::new_name)
         return "letters, digits, '-', '_' and '.', a letter first";
+
+    if (source == Source::mac)
+        return "six pairs of hexadecimal digits, for example 02:00:00:00:00:0a";
+    if (source == Source::file)
+        return "a path";
 
     std::vector<std::string> choices;
     for (const NamedNumber &named : words)
@@ -152,6 +159,13 @@ void Grammar::read_value(const Part &part, const std::string &word, const Names 
     case Kind::Source::new_name:
         if (!can_be_name(word))
             throw ScriptError(fmt::format("'{}' cannot be a name: expected {}", word, part.value->choices()));
+        break;
+    case Kind::Source::mac:
+        if (!sim::parse_mac(word))
+            throw ScriptError(
+                fmt::format("'{}' is no {}: expected {}", word, part.value->meaning, part.value->choices()));
+        break;
+    case Kind::Source::file:
         break;
     case Kind::Source::number:
     case Kind::Source::words:

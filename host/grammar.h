@@ -24,11 +24,13 @@ namespace host {
 /// A kind of value.
 struct Kind {
     enum class Source {
-        number,  ///< a number, or one of the kind's words
-        words,   ///< one of the kind's words only
-        port,    ///< a number, or the name of a port
-        bridge,  ///< a number, or the name of a bridge
-        new_name ///< text that can be a name
+        number,   ///< a number, or one of the kind's words
+        words,    ///< one of the kind's words only
+        port,     ///< a number, or the name of a port
+        bridge,   ///< a number, or the name of a bridge
+        new_name, ///< text that can be a name
+        mac,      ///< a MAC address
+        file      ///< a path
     };
     std::string name;    ///< as in synopses: "VLAN"
     std::string meaning; ///< what it is, with its unit: "VLAN ID"

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "host/module.h"
 #include "host/names.h"
 #include "sdk/sdk.h"
+#include "sim/switch.h"
 
 namespace host {
 
@@ -30,7 +32,13 @@ struct Host {
     Log log = {};
     std::map<std::string, std::vector<std::string>> remembered = {}; ///< facts by the name they were remembered under
 
-    void print(std::string_view text) const { std::fwrite(text.data(), 1, text.size(), stdout); }
+    std::FILE *out = stdout; ///< where answers go
+    std::FILE *err = stderr; ///< where complaints go
+
+    sim::Switch software_switch = sim::Switch();
+    std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that a script sent
+
+    void print(std::string_view text) const { std::fwrite(text.data(), 1, text.size(), out); }
 };
 
 /// What a command did.

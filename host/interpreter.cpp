@@ -8,11 +8,11 @@ namespace host {
 
 namespace {
 
-/// To standard error, after everything that was printed before it.
-void complain(const std::string &text)
+/// After everything that was printed before it.
+void complain(const std::string &text, std::FILE *out = stdout, std::FILE *err = stderr)
 {
-    std::fflush(stdout);
-    fmt::print(stderr, "{}\n", text);
+    std::fflush(out);
+    fmt::print(err, "{}\n", text);
 }
 
 std::string place_of(const std::string &file, std::size_t line)
@@ -100,7 +100,7 @@ Verdict Interpreter::run_line(const std::string &line, const std::string &place)
         const Words words = parse_line(line);
         return words.empty() ? as_expected : carry_out(words, place);
     } catch (const ScriptError &error) {
-        complain(fmt::format("{}: {}", place, error.what()));
+        complain(fmt::format("{}: {}", place, error.what()), host_.out, host_.err);
         return wrong_script;
     }
 }
@@ -112,7 +112,8 @@ Verdict Interpreter::carry_out(std::span<const std::string> words, const std::st
     const Result result = call.command->run(host_, call.arguments);
     Verdict verdict = judge(result, call.expected, words, place);
     for (; violations_seen_ < host_.device.violations.size(); ++violations_seen_) {
-        complain(fmt::format("{}: the SDK was misused: {}", place, host_.device.violations[violations_seen_]));
+        complain(fmt::format("{}: the SDK was misused: {}", place, host_.device.violations[violations_seen_]),
+                 host_.out, host_.err);
         verdict = unexpected;
     }
     return verdict;
@@ -137,7 +138,7 @@ Verdict Interpreter::judge(const Result &result, ky_status_t expected, std::span
                                  result.outputs);
     for (const std::string &error : host_.log.errors)
         complaint += "\n  " + error;
-    complain(complaint);
+    complain(complaint, host_.out, host_.err);
     return unexpected;
 }
 
@@ -145,14 +146,15 @@ Verdict Interpreter::finish()
 {
     // Faults that a script planned and did not meet are not meant for this stop.
     if (host_.device.faults.pending()) {
-        complain("at the end: a planned fault has not happened ('show faults' tells which)");
+        complain("at the end: a planned fault has not happened ('show faults' tells which)", host_.out, host_.err);
         host_.device.faults.clear();
     }
     Verdict verdict = as_expected;
     if (host_.module.is_started())
         verdict = run_line("stop", "at the end");
     if (!host_.device.memory.outstanding.empty() || !host_.device.memory.raw_outstanding.empty()) {
-        complain(fmt::format("at the end: {} bytes of memory are still outstanding", host_.device.memory.bytes()));
+        complain(fmt::format("at the end: {} bytes of memory are still outstanding", host_.device.memory.bytes()),
+                 host_.out, host_.err);
         verdict = unexpected;
     }
     return verdict;

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "host/interpreter.h"
+#include "host/live.h"
 
 namespace {
 
@@ -26,6 +27,8 @@ struct Options {
     std::vector<std::string> files;
     std::string module = module_soname;
     std::string log;
+    std::vector<std::string> attachments;
+    std::string control;
     std::uint32_t verbosity = 3;
     bool keep_going = false;
     bool check_only = false;
@@ -71,7 +74,7 @@ Verdict check_files(const std::vector<std::string> &files)
     return verdict;
 }
 
-Verdict run_files(Interpreter &interpreter, const Options &options)
+Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &options)
 {
     auto verdict = host::as_expected;
     for (const std::string &file : options.files) {
@@ -84,6 +87,8 @@ Verdict run_files(Interpreter &interpreter, const Options &options)
         if (verdict == host::wrong_script || (verdict == host::unexpected && !options.keep_going))
             break;
     }
+    if (verdict == host::as_expected && !options.attachments.empty())
+        verdict = host::forward(host, interpreter, options.attachments, options.control);
     return std::max(verdict, interpreter.finish());
 }
 
@@ -113,7 +118,7 @@ int run(const Options &options)
     host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
 
     Interpreter interpreter(host, options.keep_going);
-    const Verdict verdict = run_files(interpreter, options);
+    const Verdict verdict = run_files(host, interpreter, options);
     host.device.log = nullptr;
     return verdict;
 }
@@ -130,6 +135,13 @@ int main(int argc, char **argv)
     app.add_option("--log", options.log, "File for the module's log, - for standard output; by default standard error");
     app.add_option("--verbosity", options.verbosity,
                    "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces");
+    app.add_option("--attach", options.attachments,
+                   "PORT=INTERFACE: after the scripts, forward real frames between the attached interfaces until "
+                   "SIGINT or SIGTERM; commands are taken from standard input meanwhile")
+        ->type_name("PORT=INTERFACE");
+    app.add_option("--control", options.control,
+                   "With --attach: take commands from clients of this Unix socket instead")
+        ->needs("--attach");
     app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
     app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");
     app.set_version_flag("--version", "kybridge-host " KYBRIDGE_VERSION);
@@ -141,7 +153,9 @@ int main(int argc, char **argv)
 
     try {
         app.parse(argc, argv);
-        if (options.files.empty())
+        if (!options.attachments.empty())
+            host::hold_signals();
+        else if (options.files.empty())
             options.files.emplace_back(standard_input);
         return run(options);
     } catch (const CLI::ParseError &error) {

@@ -12,6 +12,7 @@
 
 #include "host/host.h"
 #include "host/tables.h"
+#include "sim/live.h"
 
 namespace host {
 
@@ -38,7 +39,13 @@ Table rstp_screen(const Host &host);
 Table groups_screen(const Host &host);
 Table memory_screen(const Host &host);
 Table faults_screen(const Host &host);
+Table fdb_screen(const Host &host);      ///< stations of the software switch
+Table counters_screen(const Host &host); ///< its counters by port
+Table interfaces_screen(const Host &host, const std::vector<sim::Live::Interface> &interfaces);
 Table journal_screen(const Host &host, std::size_t last); ///< the last calls
+
+/// The bridge that owns an internal VLAN, by the module's own answer; empty: none.
+std::string bridge_of(const Host &host, std::uint16_t int_vlan);
 
 /// What the module answers and what the hardware holds, one fact a line, sorted: equal facts mean equal state.
 std::vector<std::string> facts(const Host &host);

@@ -14,15 +14,6 @@ namespace {
 
 using enum Table::Align;
 
-/// The bridge whose internal VLAN this is, by the module's own answer; empty: none.
-std::string bridge_of(const Host &host, std::uint16_t int_vlan)
-{
-    std::uint16_t bridge_id = 0;
-    if (!host.module.is_started() || host.module.ky_bridge_int_vlan_bridge_id_get(int_vlan, &bridge_id) != 0)
-        return "";
-    return host.names.bridge(bridge_id);
-}
-
 /// The direction of the ACL on a region; nothing when none stands on it.
 std::optional<sdk::Direction> direction_of(const sdk::AclManager &acls, std::uint32_t region_id)
 {
@@ -56,6 +47,14 @@ std::string with_names(const Host &host, std::string text)
 }
 
 } // namespace
+
+std::string bridge_of(const Host &host, std::uint16_t int_vlan)
+{
+    std::uint16_t bridge_id = 0;
+    if (!host.module.is_started() || host.module.ky_bridge_int_vlan_bridge_id_get(int_vlan, &bridge_id) != 0)
+        return "";
+    return host.names.bridge(bridge_id);
+}
 
 Table rules_screen(const Host &host)
 {
