@@ -9,9 +9,11 @@
 /// - Calls run to the end on the caller's thread. There is no lock: the host makes one call at a time.
 /// - Before ky_bridge_init and after ky_bridge_deinit a call logs a debug line, writes nothing and
 ///   returns KY_STATUS_SUCCESS.
-/// - In 802.1Q mode nothing is built: a bridge, port or VLAN is answered as not found.
+/// - In 802.1Q mode nothing is built: a bridge, port or VLAN is answered as not found, and creating a
+///   bridge finds none free.
 /// - A status of an SDK service passes through unchanged.
-/// - A call that fails leaves database and hardware as they were before it.
+/// - A call that fails writes no answer, and leaves database and hardware as they were before it, as
+///   far as the SDK does not refuse the undoing as well; its answer to that is only logged.
 /// - `is_internal` non-zero also finds bridges that were created as internal ones.
 ///
 /// Compiles alone, as C11 and as C++20.
@@ -31,7 +33,8 @@ extern "C" {
 
 /* ---- Start, stop, mode --------------------------------------------------------------------- */
 
-/// Sizes of the module in 802.1D mode. 802.1Q mode does not look at them.
+/// Sizes of the module in 802.1D mode. 802.1Q mode does not look at the numbers, but there too
+/// KY_BRIDGE_MULTIPLE_VLAN_MODE_NON_HOMOGENOUS is refused.
 typedef struct ky_bridge_mode_1d_params {
     uint32_t max_bridge_num;            ///< bridges, 1 to the device's limit
     uint32_t max_virtual_ports_num;     ///< virtual ports of all bridges, 1 to KY_VIRTUAL_PORTS_MAX
@@ -43,7 +46,7 @@ typedef struct ky_bridge_init_params {
     uint32_t sdk_mode; ///< ky_bridge_sdk_mode
     struct {
         ky_bridge_mode_1d_params_t mode_1D;
-    } sdk_mode_params;
+    } sdk_mode_params; ///< by mode
 } ky_bridge_init_params_t;
 
 static_assert(sizeof(ky_bridge_init_params_t) == 16, "initialisation parameters");
@@ -63,23 +66,25 @@ typedef ky_status_t (*ky_swid_validation_func_t)(unsigned int swid);
 KY_BRIDGE_API extern ky_swid_validation_func_t swid_validation_func_ptr;
 
 /// Starts the module. In 802.1D mode builds the database, creates both ACL regions with their ACLs
-/// and registers for port events; every failure undoes, in reverse, what was done before it. Must not
-/// be called again before ky_bridge_deinit: it does not test for that.
+/// and registers for port events; every failure undoes, in reverse, what was done before it, except
+/// a registration. Must not be called again before ky_bridge_deinit: it does not test for that.
 /// @param[in] bridge_init_param mode and sizes
 /// @retval KY_STATUS_SUCCESS started
 /// @retval KY_STATUS_PARAM_ERROR `bridge_init_param` is NULL (the module is then in 802.1Q mode until
-///         ky_bridge_deinit), the hybrid or an unknown mode, or `multiple_vlan_bridge_mode` not 0
-/// @retval KY_STATUS_PARAM_EXCEEDS_RANGE `max_bridge_num` or `max_virtual_ports_num` out of range
+///         ky_bridge_deinit), the hybrid or an unknown mode, or `multiple_vlan_bridge_mode` is 1, in
+///         802.1D mode also above 1
+/// @retval KY_STATUS_PARAM_EXCEEDS_RANGE 802.1D mode: `max_bridge_num` or `max_virtual_ports_num` out
+///         of range
 /// @retval KY_STATUS_ERROR the pool of a region's rule offsets could not be built
 /// @retval other the status of the memory utility, the ACL manager or the adviser
 KY_BRIDGE_API ky_status_t ky_bridge_init(const ky_bridge_init_params_t *bridge_init_param);
 
 /// Stops the module: clears every port and bridge, and releases the database whatever fails before.
-/// The ACL regions and the registrations for port events stay.
+/// The ACL regions, the VLAN groups of bridges and the registrations for port events stay.
 /// @return the status of releasing the database's memory; 0 when there was none
 KY_BRIDGE_API ky_status_t ky_bridge_deinit(void);
 
-/// Reads the mode that the module runs in.
+/// Reads the mode that the module runs in, also before the start.
 /// @param[out] mode_p ky_bridge_sdk_mode; KY_BRIDGE_SDK_MODE_802_1Q while the module is not started
 /// @retval KY_STATUS_PARAM_NULL `mode_p` is NULL
 KY_BRIDGE_API ky_status_t ky_bridge_mode_get(ky_bridge_sdk_mode_t *mode_p);
@@ -114,25 +119,32 @@ KY_BRIDGE_API ky_status_t ky_bridge_set(ky_access_cmd_t cmd, uint16_t *bridge_id
 /// @retval KY_STATUS_ENTRY_NOT_FOUND no such bridge
 KY_BRIDGE_API ky_status_t ky_bridge_ref_cnt_increase(uint16_t bridge_id);
 
-/// Gives a reference back. A count of 0 stays 0, with KY_STATUS_SUCCESS.
+/// Gives a reference back, on a bridge that is internal or not. A count of 0 stays 0, with
+/// KY_STATUS_SUCCESS.
 /// @param bridge_id the bridge
 /// @retval KY_STATUS_ENTRY_NOT_FOUND no such bridge
 KY_BRIDGE_API ky_status_t ky_bridge_ref_cnt_decrease(uint16_t bridge_id);
 
 /* ---- Virtual ports ------------------------------------------------------------------------- */
 
-/// Attaches a virtual port to a bridge, detaches it, or detaches all virtual ports of a logical port.
+/// Attaches a virtual port to a bridge, detaches it, or detaches all virtual ports of a logical port as
+/// ky_bridge_clear_port does without releasing it. When the ACL manager refuses to delete the bridge's
+/// egress rule, which its last virtual port takes along, the virtual port stays attached without that
+/// rule; deleting it again comes through.
 /// @param cmd KY_ACCESS_CMD_ADD, KY_ACCESS_CMD_DELETE or KY_ACCESS_CMD_DELETE_PORT (reads `log_port` only)
 /// @param bridge_id the bridge
 /// @param log_port the logical port
 /// @param vlan VLAN ID that the port's traffic carries, 0 to KY_VLAN_ID_MAX
-/// @param egress_mode ky_egress_mode of the port in its VLAN and in the bridge's internal VLAN
+/// @param egress_mode ky_egress_mode of the port in its VLAN and in the bridge's internal VLAN; DELETE
+///        checks its range and takes the mode of the ADD
 /// @param is_internal passed to the bridge lookup
+/// @retval KY_STATUS_SUCCESS done; DELETE_PORT also for an unknown port and in 802.1Q mode
 /// @retval KY_STATUS_NO_RESOURCES ADD: no virtual port or rule offset is free
 /// @retval KY_STATUS_CMD_UNSUPPORTED another `cmd`
-/// @retval KY_STATUS_PARAM_ERROR the bridge's virtual ports use another VLAN, the port is a router port
-///         or a LAG member, there is no SWID validation, or DELETE_PORT was refused by a deletion
-/// @retval KY_STATUS_PARAM_EXCEEDS_RANGE `vlan` or `egress_mode` out of range
+/// @retval KY_STATUS_PARAM_ERROR ADD: the bridge's virtual ports use another VLAN; ADD and DELETE: the
+///         port is a router port or a LAG member, or there is no SWID validation; DELETE: the port is
+///         bound to another egress ACL; DELETE_PORT: a deletion was refused
+/// @retval KY_STATUS_PARAM_EXCEEDS_RANGE ADD and DELETE: `vlan` or `egress_mode` out of range
 /// @retval KY_STATUS_ENTRY_NOT_FOUND no such bridge; ADD: the port was not announced; DELETE: no such
 ///         virtual port
 /// @retval KY_STATUS_ENTRY_ALREADY_EXISTS ADD: the pair is attached, to this bridge or another
@@ -152,7 +164,7 @@ KY_BRIDGE_API ky_status_t ky_bridge_clear_port(uint32_t log_port, uint32_t relea
 /// Brings a released port back as if it had been announced, without virtual ports. In 802.1Q mode
 /// nothing is done (0).
 /// @param log_port the logical port
-/// @param swid its switch partition
+/// @param swid its switch partition, kept as it is given
 /// @retval KY_STATUS_NO_RESOURCES no logical port record is free
 /// @retval KY_STATUS_NO_MEMORY no memory for the port's VLAN counters
 /// @retval KY_STATUS_ENTRY_ALREADY_EXISTS the port is known
@@ -176,7 +188,8 @@ static_assert(offsetof(ky_bridge_port_t, egress_mode) == 8, "virtual port of a l
 /// Lists a bridge's virtual ports in ascending order of their logical ports. More than fit are left out.
 /// @param bridge_id the bridge
 /// @param[out] bridge_port_list_p room for `*bridge_port_cnt_p` entries; NULL only counts
-/// @param[in,out] bridge_port_cnt_p capacity in entries, 0 only counts; out: entries written or counted
+/// @param[in,out] bridge_port_cnt_p capacity in entries, 0 only counts; out: entries written or counted,
+///        on success only
 /// @param is_internal passed to the bridge lookup
 /// @retval KY_STATUS_ENTRY_NOT_FOUND no such bridge
 /// @retval KY_STATUS_PARAM_ERROR `bridge_port_cnt_p` is NULL
@@ -192,10 +205,12 @@ KY_BRIDGE_API ky_status_t ky_bridge_port_get(uint16_t bridge_id, ky_bridge_port_
 KY_BRIDGE_API ky_status_t ky_bridge_int_vlan_id_get(uint16_t bridge_id, uint16_t *vid, uint32_t is_internal);
 
 /// Lists internal VLANs: of all bridges in ascending order, or of one port's bridges in ascending order
-/// of the port's own VLANs. Internal bridges are included; more than fit are left out.
+/// of the port's own VLANs. Internal bridges are included; more than fit are left out. In 802.1Q mode
+/// the list of all is empty.
 /// @param log_port the logical port, or 0 for all bridges
 /// @param[out] vid room for `*vid_num` VLAN IDs
-/// @param[in,out] vid_num capacity in VLAN IDs; out: IDs written, 0 on a failure
+/// @param[in,out] vid_num capacity in VLAN IDs, 0 is no way to count; out: IDs written, 0 on a failure
+///        other than KY_STATUS_PARAM_NULL
 /// @retval KY_STATUS_PARAM_NULL `vid_num` or `vid` is NULL, also while the module is not started
 /// @retval KY_STATUS_ENTRY_NOT_FOUND the port is not known
 /// @retval KY_STATUS_ERROR the list of all could not be made
@@ -220,7 +235,7 @@ KY_BRIDGE_API ky_status_t ky_bridge_log_port_member_state(uint32_t arg, uint32_t
 /// Binds a bridge's traffic, in one direction, to a VLAN group that a user's ACLs can be bound to, or
 /// unbinds it. Both directions share the group: the first bind creates it, the last unbind destroys it.
 /// An unbind that the ACL manager refuses has given up its direction all the same; the group then
-/// stays for the next bind. Internal bridges are not found.
+/// stays for the next bind, and the bridge cannot be destroyed. Internal bridges are not found.
 /// @param cmd KY_ACCESS_CMD_BIND or KY_ACCESS_CMD_UNBIND
 /// @param bridge_id the bridge
 /// @param direction ky_acl_direction
