@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# packages_installed.sh DIR SCRIPT: installs the Debian packages in a directory, uses what they bring, runs a script
+# with the host among it, and removes them again, whatever happens.
+set -euo pipefail
+from=$1 script=$2
+packages=(libkybridge1 libkysdk1 libkybridge-dev kybridge-host)
+
+skip()
+{
+    echo "skipped: $1"
+    exit 77
+}
+[ "$(id -u)" -eq 0 ] || skip "only root can install packages"
+command -v dpkg >/dev/null || skip "this is no Debian system"
+if dpkg-query -W -f '${Package}\n' "${packages[@]}" 2>/dev/null | grep .; then
+    skip "these packages are installed here, and a test must not replace them"
+fi
+
+work=$(mktemp -d)
+finish()
+{
+    local status=$?
+    dpkg --purge "${packages[@]}" >"$work/purge.log" 2>&1 || { cat "$work/purge.log"; status=1; }
+    if dpkg-query -W "${packages[@]}" 2>/dev/null | grep .; then
+        echo "these packages are still there"
+        status=1
+    fi
+    [ ! -s "$work/files" ] || while IFS= read -r file; do
+        [ ! -e "$file" ] || [ -d "$file" ] || { echo "$file stayed behind"; status=1; }
+    done <"$work/files"
+    rm -rf "$work"
+    exit $status
+}
+trap finish EXIT
+
+dpkg --install "$from"/*.deb >"$work/install.log" 2>&1 || { cat "$work/install.log"; exit 1; }
+dpkg-query -L "${packages[@]}" >"$work/files"
+
+kybridge-host --verbosity 0 "$script" >"$work/output" || {
+    cat "$work/output"
+    exit 1
+}
+
+# Nothing tells where the files are.
+cat >"$work/version.c" <<'END'
+#include <kybridge/ky_bridge.h>
+int main(void)
+{
+    uint32_t level = 0;
+    return ky_bridge_log_verbosity_level_get(&level) != KY_STATUS_SUCCESS || level != 3;
+}
+END
+gcc -o "$work/version" "$work/version.c" $(pkg-config --cflags --libs kybridge-sdk kybridge)
+"$work/version"
