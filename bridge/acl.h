@@ -1,3 +1,4 @@
+/// @file
 /// The module's two ACL regions: creating them, writing the rules that map virtual ports onto their
 /// bridge's internal VLAN and back, and binding ports to their ACLs.
 #ifndef KYBRIDGE_BRIDGE_ACL_H
@@ -10,7 +11,7 @@ extern "C" {
 // ---- Regions (acl_region.cpp) ----------------------------------------------------------------------
 
 /// Creates a region with an ACL on it and the pool of its offsets, and fills the descriptor.
-/// @param size rules @param direction ky_acl_direction
+/// @param[out] region the descriptor @param size rules @param direction ky_acl_direction
 /// @return 0, the ACL manager's status, or KY_STATUS_ERROR when the pool could not be built
 KY_BRIDGE_API ky_status_t __allocate_region(bridge_acl_region_t *region, uint32_t size, uint32_t direction);
 /// Releases what __allocate_region made; a refusal leaves descriptor and pool as they are.

@@ -1,3 +1,4 @@
+/// @file
 /// What ingress and egress rules have in common: the record that is sent, and the offset that they take.
 #ifndef KYBRIDGE_BRIDGE_ACL_RULE_H
 #define KYBRIDGE_BRIDGE_ACL_RULE_H

@@ -1,3 +1,4 @@
+/// @file
 /// The steps of the bridge API that carry a name of their own.
 #ifndef KYBRIDGE_BRIDGE_API_H
 #define KYBRIDGE_BRIDGE_API_H
@@ -11,7 +12,7 @@ extern "C" {
 KY_BRIDGE_API ky_status_t __bridge_verify_empty_bridge(const bridge_db_bridge_t *bridge);
 
 /// Checks an ADD or DELETE before anything changes (api_port.cpp). Arguments and statuses are those of
-/// ky_bridge_port_set. @param[out] bridge the bridge, written as soon as it is found
+/// ky_bridge_port_set; `bridge` is written as soon as the bridge is found.
 KY_BRIDGE_API ky_status_t __bridge_port_set_validate(ky_access_cmd_t cmd, uint16_t bridge_id, uint32_t log_port,
                                                      uint16_t vlan, uint32_t egress_mode, uint32_t is_internal,
                                                      bridge_db_bridge_t **bridge);

@@ -1,3 +1,4 @@
+/// @file
 /// The module's main unit: start, stop, mode, and the port events.
 #ifndef KYBRIDGE_BRIDGE_BRIDGE_H
 #define KYBRIDGE_BRIDGE_BRIDGE_H

@@ -1,3 +1,4 @@
+/// @file
 /// The bridge database: all state of the module, and the operations that build it, tear it down, and
 /// allocate, find and free its records.
 ///
@@ -147,17 +148,22 @@ KY_BRIDGE_API ky_status_t __bridge_db_remove_virtual_port_to_log_port_back_ref(c
 /// @return 0, or KY_STATUS_ERROR when the map's walk and count disagree
 KY_BRIDGE_API ky_status_t __bridge_db_get_int_vlan_list(uint16_t *vid, uint32_t *vid_num);
 /// Lists the internal VLANs of a port's bridges in ascending order of the port's VLANs.
+/// @param log_port the logical port
 /// @param[out] vid room for `*vid_num` IDs @param[in,out] vid_num capacity; out: IDs written
 /// @return 0 or KY_STATUS_ENTRY_NOT_FOUND
 KY_BRIDGE_API ky_status_t __bridge_db_get_port_int_vlan_list(uint32_t log_port, uint16_t *vid, uint32_t *vid_num);
 
-/// Initialisers of the pools, in complib's form: they number bridges and internal VLANs downwards, so that
-/// the lowest number is handed out first.
+// Initialisers of the pools, in complib's form.
+
+/// Numbers the bridges downwards, so that the lowest number is handed out first.
 KY_BRIDGE_API cl_status_t __bridge_db_bridge_pool_init(void *object, void *context, cl_pool_item_t **pool_item);
+/// Finds a virtual port's pool item.
 KY_BRIDGE_API cl_status_t __bridge_db_bridge_virtual_port_pool_init(void *object, void *context,
                                                                     cl_pool_item_t **pool_item);
+/// Numbers the internal VLANs downwards, so that the lowest number is handed out first.
 KY_BRIDGE_API cl_status_t __bridge_db_bridge_internal_vlan_pool_init(void *object, void *context,
                                                                      cl_pool_item_t **pool_item);
+/// Finds a logical port's pool item.
 KY_BRIDGE_API cl_status_t __bridge_db_bridge_log_port_pool_init(void *object, void *context,
                                                                 cl_pool_item_t **pool_item);
 

@@ -1,3 +1,4 @@
+/// @file
 /// Counted membership of ports in VLANs, and the refresh of their RSTP state.
 #ifndef KYBRIDGE_BRIDGE_VLAN_H
 #define KYBRIDGE_BRIDGE_VLAN_H
