@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "host/screens.h"
+#include "host/terminal.h"
 #include "sim/capture.h"
 #include "sim/trace.h"
 
@@ -135,9 +136,11 @@ Result replay(Host &host, const Arguments &arguments)
 {
     const std::string &prefix = arguments.text("out");
     try {
+        terminal::Progress progress(arguments.text("FILE"), "frames");
         const sim::Replay replayed = sim::replay(
             host.software_switch, arguments.number("into"), arguments.text("FILE"),
-            [&](std::uint32_t log_port) { return fmt::format("{}-{}.pcap", prefix, host.names.port(log_port)); });
+            [&](std::uint32_t log_port) { return fmt::format("{}-{}.pcap", prefix, host.names.port(log_port)); },
+            [&](const sim::Outcome &) { progress.step(); });
         std::string text = fmt::format("{} frames of {} into port {}", replayed.frames, arguments.text("FILE"),
                                        host.names.port(arguments.number("into")));
         if (replayed.cut_short != 0)
@@ -160,13 +163,13 @@ Result flush_fdb(Host &host, const Arguments &)
 
 Result show_fdb(Host &host, const Arguments &)
 {
-    host.print(fdb_screen(host).text());
+    host.show(fdb_screen(host));
     return {};
 }
 
 Result show_counters(Host &host, const Arguments &)
 {
-    host.print(counters_screen(host).text());
+    host.show(counters_screen(host));
     return {};
 }
 

@@ -17,7 +17,7 @@ auto show(Table (*screen)(const Host &))
 {
     return [screen](Host &host, const Arguments &) {
         const Quiet quiet(host);
-        host.print(screen(host).text());
+        host.show(screen(host));
         return Result{};
     };
 }
@@ -28,13 +28,13 @@ Result vports(Host &host, const Arguments &arguments)
     if (arguments.has("BRIDGE"))
         bridge_id = arguments.number16("BRIDGE");
     const Quiet quiet(host);
-    host.print(vports_screen(host, bridge_id).text());
+    host.show(vports_screen(host, bridge_id));
     return {};
 }
 
 Result journal(Host &host, const Arguments &arguments)
 {
-    host.print(journal_screen(host, arguments.number_or("last", UINT32_MAX)).text());
+    host.show(journal_screen(host, arguments.number_or("last", UINT32_MAX)));
     return {};
 }
 
@@ -44,7 +44,15 @@ Result everything(Host &host, const Arguments &)
     for (const Table &table :
          {bridges_screen(host), vports_screen(host, std::nullopt), ports_screen(host), rules_screen(host),
           bindings_screen(host), vlans_screen(host), rstp_screen(host), groups_screen(host), faults_screen(host)})
-        host.print(table.text());
+        host.show(table);
+    return {};
+}
+
+Result explain(Host &host, const Arguments &arguments)
+{
+    const Quiet quiet(host);
+    for (const Table &screen : explanation(host, arguments.number("PORT"), arguments.number16("VLAN")))
+        host.show(screen);
     return {};
 }
 
@@ -118,6 +126,10 @@ CommandGroup show_commands()
             {"show journal", "[last N]", "Shows the module's calls into the SDK, all that are kept or the last ones",
              "show journal last 20", journal},
             {"show everything", "", "Shows all of these but memory and journal", "show everything", everything},
+            {"explain", "PORT VLAN",
+             "Tells the whole story of a virtual port: its bridge, rules, bindings and VLANs, and the calls that made "
+             "them; of another pair, what becomes of its frames",
+             "explain north 100", explain},
             {"verify", "", "Fails when the module's database and the hardware disagree, and says where", "verify",
              verify},
             {"remember", "NAME", "Remembers the state of module and hardware under a name", "remember before",

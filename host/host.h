@@ -11,6 +11,7 @@
 
 #include "host/module.h"
 #include "host/names.h"
+#include "host/tables.h"
 #include "sdk/sdk.h"
 #include "sim/switch.h"
 
@@ -34,11 +35,13 @@ struct Host {
 
     std::FILE *out = stdout; ///< where answers go
     std::FILE *err = stderr; ///< where complaints go
+    bool json = false;       ///< screens come out as JSON
 
     sim::Switch software_switch = sim::Switch();
     std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that a script sent
 
     void print(std::string_view text) const { std::fwrite(text.data(), 1, text.size(), out); }
+    void show(const Table &screen) const;
 };
 
 /// What a command did.

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "host/terminal.h"
+
 namespace host {
 
 namespace {
@@ -12,7 +14,7 @@ namespace {
 void complain(const std::string &text, std::FILE *out = stdout, std::FILE *err = stderr)
 {
     std::fflush(out);
-    fmt::print(err, "{}\n", text);
+    fmt::print(err, "{}\n", terminal::has_colours(err) ? terminal::red(text) : text);
 }
 
 std::string place_of(const std::string &file, std::size_t line)
@@ -65,6 +67,11 @@ void Log::write(const sdk::LogLine &line)
     fmt::print(file, "{}\n", text);
 }
 
+void Host::show(const Table &screen) const
+{
+    print(json ? screen.json() + "\n" : screen.text(terminal::has_colours(out)));
+}
+
 Verdict check_script(std::istream &script, const std::string &file)
 {
     Verdict verdict = as_expected;
@@ -86,7 +93,8 @@ Verdict Interpreter::run(std::istream &script, const std::string &file)
 {
     Verdict verdict = as_expected;
     std::size_t number = 0;
-    for (std::string line; std::getline(script, line);) {
+    terminal::Progress progress(file, "lines");
+    for (std::string line; std::getline(script, line); progress.step()) {
         verdict = std::max(verdict, run_line(line, place_of(file, ++number)));
         if (verdict == wrong_script || (verdict == unexpected && !keep_going_))
             break;

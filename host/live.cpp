@@ -231,8 +231,8 @@ Verdict forward(Host &host, Interpreter &interpreter, const std::vector<std::str
         fmt::print("forwarding between {} interfaces\n", attachments.size());
         std::fflush(stdout);
         live.run(stop.get(), control.descriptor(), [&control] { return control.take(); });
-        host.print(counters_screen(host).text());
-        host.print(interfaces_screen(host, live.interfaces()).text());
+        host.show(counters_screen(host));
+        host.show(interfaces_screen(host, live.interfaces()));
         return as_expected;
     } catch (const std::runtime_error &error) {
         fmt::print(stderr, "kybridge-host: {}\n", error.what());

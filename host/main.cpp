@@ -14,6 +14,7 @@
 
 #include "host/interpreter.h"
 #include "host/live.h"
+#include "host/terminal.h"
 
 namespace {
 
@@ -32,6 +33,8 @@ struct Options {
     std::uint32_t verbosity = 3;
     bool keep_going = false;
     bool check_only = false;
+    bool json = false;
+    bool no_colour = false;
 };
 
 /// Runs commands as they arrive on standard input. A person at a terminal is prompted, and may mistype.
@@ -114,6 +117,7 @@ int run(const Options &options)
         }
         host.log.file = log_file.get();
     }
+    host.json = options.json;
     host.device.log = [&host](const sdk::LogLine &line) { host.log.write(line); };
     host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
 
@@ -144,6 +148,9 @@ int main(int argc, char **argv)
         ->needs("--attach");
     app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
     app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");
+    app.add_flag("--json", options.json, "Show each screen as a JSON object in a line of its own");
+    app.add_flag("--no-color", options.no_colour,
+                 "No colours on a terminal; NO_COLOR in the environment says the same");
     app.set_version_flag("--version", "kybridge-host " KYBRIDGE_VERSION);
     app.footer([] {
         return host::help_on_all_commands() + "\nEXIT STATUS\n  0  every command did what the script expected\n"
@@ -153,6 +160,8 @@ int main(int argc, char **argv)
 
     try {
         app.parse(argc, argv);
+        if (options.no_colour)
+            terminal::forbid_colours();
         if (!options.attachments.empty())
             host::hold_signals();
         else if (options.files.empty())

@@ -32,7 +32,8 @@ std::string members_with(const Host &host, const std::map<std::uint32_t, sdk::Me
     return list;
 }
 
-/// A text of the stand-in with the script's names for its ports.
+} // namespace
+
 std::string with_names(const Host &host, std::string text)
 {
     const std::string_view prefix = "0x";
@@ -45,8 +46,6 @@ std::string with_names(const Host &host, std::string text)
     }
     return text;
 }
-
-} // namespace
 
 std::string bridge_of(const Host &host, std::uint16_t int_vlan)
 {

@@ -4,23 +4,34 @@
 #include <cassert>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "host/terminal.h"
 
 namespace host {
+
+namespace {
+
+const std::string &shown(const std::string &cell)
+{
+    static const std::string nothing = "-";
+    return cell.empty() ? nothing : cell;
+}
+
+} // namespace
 
 Table::Table(std::string title, std::vector<Column> columns) : title_(std::move(title)), columns_(std::move(columns)) {}
 
 void Table::add(std::vector<std::string> cells)
 {
     assert(cells.size() == columns_.size());
-    for (std::string &cell : cells)
-        if (cell.empty())
-            cell = "-";
     rows_.push_back(std::move(cells));
 }
 
-std::string Table::text() const
+std::string Table::text(bool bold) const
 {
-    std::string text = rows_.empty() ? fmt::format("{}: none", title_) : "\n" + title_;
+    const std::string title = bold ? terminal::bold(title_) : title_;
+    std::string text = rows_.empty() ? fmt::format("{}: none", title) : "\n" + title;
     if (!note_.empty())
         text += fmt::format(" ({})", note_);
     text += '\n';
@@ -31,7 +42,7 @@ std::string Table::text() const
     for (std::size_t column = 0; column < columns_.size(); ++column) {
         std::size_t width = columns_[column].heading.size();
         for (const auto &row : rows_)
-            width = std::max(width, row[column].size());
+            width = std::max(width, shown(row[column]).size());
         widths.push_back(width);
     }
     const auto add_line = [&](const auto &cell_of) {
@@ -45,8 +56,24 @@ std::string Table::text() const
     };
     add_line([&](std::size_t column) { return columns_[column].heading; });
     for (const auto &row : rows_)
-        add_line([&](std::size_t column) { return row[column]; });
+        add_line([&](std::size_t column) { return shown(row[column]); });
     return text;
+}
+
+std::string Table::json() const
+{
+    using Json = nlohmann::ordered_json;
+    Json screen = {{"title", title_}};
+    if (!note_.empty())
+        screen["note"] = note_;
+    screen["rows"] = Json::array();
+    for (const auto &row : rows_) {
+        Json cells = Json::object();
+        for (std::size_t column = 0; column < columns_.size(); ++column)
+            cells[columns_[column].heading] = row[column].empty() ? Json() : Json(row[column]);
+        screen["rows"].push_back(std::move(cells));
+    }
+    return screen.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 std::vector<std::string> Table::facts() const
@@ -55,7 +82,7 @@ std::vector<std::string> Table::facts() const
     for (const auto &row : rows_) {
         std::string fact = title_ + ":";
         for (std::size_t column = 0; column < columns_.size(); ++column)
-            fact += fmt::format("{} {} {}", column == 0 ? "" : ",", columns_[column].heading, row[column]);
+            fact += fmt::format("{} {} {}", column == 0 ? "" : ",", columns_[column].heading, shown(row[column]));
         facts.push_back(fact);
     }
     return facts;

@@ -25,7 +25,12 @@ public:
     void note(std::string note) { note_ = std::move(note); }
 
     /// A blank line, the title, the headings and the aligned rows; one line alone when there is no row.
-    std::string text() const;
+    /// @param bold whether a terminal is to show the title in bold
+    std::string text(bool bold = false) const;
+
+    /// One JSON object in one line: {"title": ..., "note": ..., "rows": [{HEADING: CELL, ...}, ...]}. Without a
+    /// note there is none in it, and an empty cell is null.
+    std::string json() const;
 
     /// One line for each row that stands alone: "bridges: BRIDGE red, ID 1".
     std::vector<std::string> facts() const;

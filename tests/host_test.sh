@@ -72,6 +72,18 @@ command_line)
     says "standard input:2: unknown command 'bogus'"
     grep -q "BRIDGE notice: SDK initiates in 802.1D mode" "$work/log" || { echo "no log was written"; exit 1; }
 
+    # Screens for other programs: a JSON object in each line that begins with a brace.
+    printf 'start\nport announce 0x10001 as north\nbridge create as red\nvport add red north vlan 100 tagged\nshow vports\nshow rules\n' \
+        >"$work/screens.kyb"
+    run 0 --json --log "$work/log" "$work/screens.kyb"
+    sed -n '/^{/p' "$work/out" | python3 -c '
+import json, sys
+vports, rules = map(json.loads, sys.stdin)
+assert vports == {"title": "virtual ports", "rows": [
+    {"BRIDGE": "red", "PORT": "north", "VLAN": "100", "EGRESS": "tagged", "INTERNAL VLAN": "1"}]}, vports
+assert "note" in rules and [row["NEW VLAN"] for row in rules["rows"]] == ["1", "100"], rules
+' || exit 1
+
     # A run that does not do what was expected stops there, or goes on when told to.
     printf 'start\nbridge destroy 7\nsay still here\n' >"$work/refused.kyb"
     run 1 "$work/refused.kyb"
