@@ -6,7 +6,8 @@ cmake=$1 build=$2 prefix=$3 libdir=$4
 
 rm -rf "$prefix" "$prefix.first"
 "$cmake" --install "$build" --prefix "$prefix.first" --component runtime >/dev/null
-diff -u --label "expected: runtime" --label "installed" - <(cd "$prefix.first" && find . ! -type d ! -path './share/doc/*' | sort) <<END
+installed=$(cd "$prefix.first" && find . ! -type d ! -path './share/doc/*' | sort)
+diff -u --label "expected: runtime" --label "installed" - <(echo "$installed") <<END
 ./$libdir/libkybridge.so.1
 ./$libdir/libkybridge.so.1.0.0
 END
