@@ -1,6 +1,5 @@
 // Frames that a local sender left unfinished: checksums and segments, checked by the receiver's arithmetic.
 #include <algorithm>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -24,11 +23,6 @@ std::size_t get_16(const Bytes &bytes, std::size_t at)
 {
     return bytes[at] * 256U + bytes[at + 1];
 }
-std::size_t get_32(const Bytes &bytes, std::size_t at)
-{
-    return get_16(bytes, at) << 16 | get_16(bytes, at + 2);
-}
-
 /// One's complement sum of 16-bit words, as a receiver adds them up.
 std::size_t ones_sum(const Bytes &bytes, std::size_t from, std::size_t to, std::size_t start = 0)
 {
@@ -54,10 +48,6 @@ struct Kind {
     {
         const std::size_t start = protocol + frame.size() - transport();
         return ipv6 ? ones_sum(frame, ip() + 8, ip() + 40, start) : ones_sum(frame, ip() + 12, ip() + 20, start);
-    }
-    std::string text() const
-    {
-        return std::string(ipv6 ? "IPv6" : "IPv4") + (protocol == tcp ? " TCP" : " UDP") + (tagged ? " tagged" : "");
     }
 };
 
@@ -98,23 +88,19 @@ bool valid(const Kind &kind, const Bytes &frame)
            (kind.ipv6 || ones_sum(frame, kind.ip(), kind.ip() + 20) == 0xFFFF);
 }
 
-const std::vector<Kind> kinds{{false, false, tcp}, {false, true, tcp}, {true, false, tcp}, {true, true, tcp},
-                              {false, false, udp}, {false, true, udp}, {true, false, udp}, {true, true, udp}};
+const std::vector<Kind> kinds{{false, false, tcp}, {true, true, tcp}, {false, true, udp}, {true, false, udp}};
 
 TEST(OffloadTest, FinishesChecksums)
 {
+    constexpr std::size_t mtu = 1499;
     for (const Kind &kind : kinds) {
-        SCOPED_TRACE(kind.text());
+        SCOPED_TRACE(&kind - kinds.data());
         std::vector<Bytes> cut;
-        Bytes frame = make_frame(kind, 333);
+        Bytes frame = make_frame(kind, mtu - (kind.data() - kind.ip())); // just fits, and is odd
         ASSERT_FALSE(valid(kind, frame));
-        finish_offload(frame, 1500, cut);
+        finish_offload(frame, mtu, cut);
         EXPECT_TRUE(valid(kind, frame));
         EXPECT_TRUE(cut.empty());
-
-        const Bytes finished = frame;
-        finish_offload(frame, 1500, cut);
-        EXPECT_EQ(frame, finished);
 
         frame.back() ^= 1; // damaged on its way: not for the switch to make good
         const Bytes damaged = frame;
@@ -161,7 +147,7 @@ TEST(OffloadTest, CutsSegmentsToTheMtu)
     for (const Kind &kind : kinds) {
         if (kind.protocol != tcp)
             continue;
-        SCOPED_TRACE(kind.text());
+        SCOPED_TRACE(&kind - kinds.data());
         Bytes frame = make_frame(kind, data_size);
         std::vector<Bytes> cut;
         finish_offload(frame, mtu, cut);
@@ -176,17 +162,13 @@ TEST(OffloadTest, CutsSegmentsToTheMtu)
             if (!kind.ipv6) {
                 EXPECT_EQ(get_16(piece, kind.ip() + 4), (0xFFFE + i) & 0xFFFF);
             }
-            EXPECT_EQ(get_32(piece, kind.transport() + 4), (0xFFFFFF00 + data.size()) & 0xFFFFFFFF);
+            EXPECT_EQ(get_16(piece, kind.transport() + 4), i == 0 ? 0xFFFFU : 0U);
+            EXPECT_EQ(get_16(piece, kind.transport() + 6), (0xFF00 + data.size()) & 0xFFFF);
             EXPECT_EQ(piece[kind.transport() + 13], ack | (i == 0 ? cwr : 0) | (i == 2 ? push | fin : 0));
             data.insert(data.end(), piece.begin() + static_cast<std::ptrdiff_t>(kind.data()), piece.end());
         }
         EXPECT_TRUE(std::equal(data.begin(), data.end(), frame.begin() + static_cast<std::ptrdiff_t>(kind.data()),
                                frame.end()));
-
-        Bytes fitting = make_frame(kind, mtu - (kind.data() - kind.ip()));
-        finish_offload(fitting, mtu, cut);
-        EXPECT_TRUE(cut.empty());
-        EXPECT_TRUE(valid(kind, fitting));
     }
 }
 
