@@ -1,0 +1,85 @@
+// Random operation: sequences of any operations with any arguments, a fault now and then, everything checked
+// after each operation. KYBRIDGE_RANDOM_OPERATIONS sets how many, KYBRIDGE_RANDOM_SEED which.
+#include <chrono>
+#include <cstdlib>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "support/effort.h"
+#include "support/twin.h"
+
+using namespace operations;
+
+namespace {
+
+const Domain domain = border_domain();
+
+/// Runs steps from power-on. @return what does not hold at the last one; empty: all well, or not at the last
+std::string fails(const std::vector<Step> &steps)
+{
+    Twin twin(domain);
+    for (const Step &step : steps)
+        if (std::string findings = twin.run(step); !findings.empty())
+            return &step == &steps.back() ? findings : "";
+    return "";
+}
+
+/// Leaves out whatever can be left out, in ever smaller pieces, so that the last step still fails.
+std::vector<Step> shrink(std::vector<Step> steps)
+{
+    for (std::size_t piece = steps.size() / 2; piece != 0; piece /= 2)
+        for (std::size_t at = 0; at + piece < steps.size();) {
+            std::vector<Step> shorter = steps;
+            shorter.erase(shorter.begin() + static_cast<std::ptrdiff_t>(at),
+                          shorter.begin() + static_cast<std::ptrdiff_t>(at + piece));
+            if (fails(shorter).empty())
+                at += piece;
+            else
+                steps = std::move(shorter);
+        }
+    return steps;
+}
+
+void run(std::uint64_t seed, std::uint64_t operations)
+{
+    std::printf("seed %llu, %llu operations\n", static_cast<unsigned long long>(seed),
+                static_cast<unsigned long long>(operations));
+    std::mt19937_64 engine(seed);
+    const auto below = [&engine](std::uint32_t limit) {
+        return std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(engine);
+    };
+    Twin twin(domain);
+    std::vector<Step> since_power_on;
+    for (std::uint64_t done = 0; done < operations; ++done) {
+        since_power_on.push_back(any_step(domain, below));
+        const std::string findings = twin.run(since_power_on.back());
+        if (!findings.empty()) {
+            const std::vector<Step> shortest = shrink(since_power_on);
+            FAIL() << "seed " << seed << ", operation " << done << ":\n"
+                   << findings << "the shortest sequence found, as a script for kybridge-host:\n\n"
+                   << script(domain, shortest) << "\n# " << fails(shortest);
+        }
+        if (twin.has_restarted())
+            since_power_on.clear();
+    }
+    power_on(domain); // also stops the module
+}
+
+std::uint64_t operations_to_do()
+{
+    return environment("KYBRIDGE_RANDOM_OPERATIONS", reduced_effort() ? 3000 : 200000);
+}
+
+} // namespace
+
+TEST(Random, FixedSeed)
+{
+    run(20240229, operations_to_do());
+}
+
+TEST(Random, OtherSeedEveryTime)
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+    run(environment("KYBRIDGE_RANDOM_SEED", static_cast<std::uint64_t>(now)), operations_to_do());
+}

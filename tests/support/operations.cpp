@@ -1,0 +1,362 @@
+#include "support/operations.h"
+
+#include <array>
+#include <cstring>
+
+#include <fmt/args.h>
+#include <fmt/format.h>
+
+#include "bridge/db.h"
+
+namespace operations {
+
+namespace {
+
+/// How an operation is written in a script, which also tells what arguments it takes.
+struct Form {
+    std::string_view text;
+    std::string_view text_with_null; ///< with its pointer NULL; empty: it takes none
+    std::vector<std::uint32_t> values;
+};
+
+const std::array<Form, kind_count> forms = {{
+    {"start mode {value} bridges {bridge} virtual-ports {vlan} multiple-vlan {port}", "", {}},
+    {"stop", "", {}},
+    {"bridge create{internal}", "call ky_bridge_set cmd CREATE bridge_id_p NULL", {}},
+    {"bridge destroy {bridge}{internal}", "call ky_bridge_set cmd DESTROY bridge_id_p NULL", {}},
+    {"bridge ref {bridge}", "", {}},
+    {"bridge unref {bridge}", "", {}},
+    {"vport add {bridge} {port} vlan {vlan} {value}{internal}", "", {0, 1}},
+    {"vport delete {bridge} {port} vlan {vlan} {value}{internal}", "", {0, 1}},
+    {"vport delete-port {port}", "", {}},
+    {"port announce {port} swid {value}", "", {0}},
+    {"port withdraw {port}", "", {}},
+    {"port clear {port}{release}", "", {}},
+    {"port restore {port} swid {value}", "", {0}},
+    {"learning {bridge} {value}{internal}", "", {0, 1}},
+    {"bind {bridge} {value}",
+     "call ky_bridge_int_vlan_group_set cmd BIND bridge_id {bridge} direction {value} vlan_group NULL",
+     {0, 1}},
+    {"unbind {bridge} {value}", "", {0, 1}},
+    {"call ky_bridge_port_get bridge_id {bridge} bridge_port_cnt_p {value} is_internal {flag}",
+     "call ky_bridge_port_get bridge_id {bridge} bridge_port_cnt_p NULL is_internal {flag}",
+     {0, 1, 4}},
+    {"call ky_bridge_int_vlan_id_get bridge_id {bridge} is_internal {flag}",
+     "call ky_bridge_int_vlan_id_get bridge_id {bridge} vid NULL is_internal {flag}",
+     {}},
+    {"call ky_bridge_int_vlan_list_get log_port {port} vid_num {value}",
+     "call ky_bridge_int_vlan_list_get log_port {port} vid_num NULL",
+     {0, 1, 4}},
+    {"call ky_bridge_int_vlan_bridge_id_get int_vlan {vlan}",
+     "call ky_bridge_int_vlan_bridge_id_get int_vlan {vlan} bridge_id NULL",
+     {}},
+    {"call ky_bridge_log_port_member_state log_port {port}", "", {}},
+    {"call ky_bridge_int_vlan_group_get bridge_id {bridge}",
+     "call ky_bridge_int_vlan_group_get bridge_id {bridge} vlan_group NULL",
+     {}},
+    {"call ky_bridge_port_acl_binding_get log_port {port}",
+     "call ky_bridge_port_acl_binding_get log_port {port} ingress_acl NULL egress_acl NULL",
+     {}},
+    {"call ky_bridge_get_learning_mode bridge_id {bridge} is_internal {flag}",
+     "call ky_bridge_get_learning_mode bridge_id {bridge} learning_mode_p NULL is_internal {flag}",
+     {}},
+    {"call ky_bridge_mode_get", "call ky_bridge_mode_get mode_p NULL", {}},
+}};
+
+const Form &form(Kind kind)
+{
+    return forms.at(static_cast<std::size_t>(kind));
+}
+
+bool takes(const Form &form, std::string_view argument)
+{
+    return form.text.find(argument) != std::string_view::npos;
+}
+
+bool takes_flag(const Form &form)
+{
+    return takes(form, "{internal}") || takes(form, "{release}") || takes(form, "{flag}");
+}
+
+/// The choices for one argument; 0 alone where the form does not take it.
+std::vector<std::uint32_t> choices(bool taken, std::vector<std::uint32_t> values,
+                                   const std::vector<std::uint32_t> &more = {})
+{
+    values.insert(values.end(), more.begin(), more.end());
+    return taken && !values.empty() ? values : std::vector<std::uint32_t>{0};
+}
+
+/// The choices for a port; 0 asks for the internal VLANs of all.
+std::vector<std::uint32_t> ports(const Domain &domain, Kind kind)
+{
+    return choices(takes(form(kind), "{port}"), domain.ports,
+                   kind == Kind::int_vlan_list ? std::vector<std::uint32_t>{0} : std::vector<std::uint32_t>{});
+}
+
+std::string text(const Operation &operation)
+{
+    const Form &chosen = form(operation.kind);
+    return fmt::format(
+        fmt::runtime(operation.null ? chosen.text_with_null : chosen.text), fmt::arg("bridge", operation.bridge),
+        fmt::arg("port", operation.port), fmt::arg("vlan", operation.vlan), fmt::arg("value", operation.value),
+        fmt::arg("flag", operation.flag ? 1 : 0), fmt::arg("internal", operation.flag ? " internal" : ""),
+        fmt::arg("release", operation.flag ? " release" : ""));
+}
+
+/// A kind of operation, such that much happens: mostly virtual ports come and seldom all goes.
+Kind any_kind(const Below &below)
+{
+    const auto kind = static_cast<Kind>(below(kind_count));
+    if ((bridge_db == nullptr || bridge_db->sdk_mode == KY_BRIDGE_SDK_MODE_802_1Q) && below(4) != 0)
+        return bridge_db == nullptr ? Kind::start : Kind::stop;
+    if (kind == Kind::stop && below(20) != 0)
+        return Kind::create;
+    if ((kind == Kind::clear || kind == Kind::remove_port) && below(8) != 0)
+        return Kind::announce;
+    if (kind >= Kind::port_list && below(3) != 0)
+        return below(3) == 0 ? Kind::remove : Kind::add;
+    return kind;
+}
+
+Operation any_operation(const Domain &domain, const Below &below, Kind kind)
+{
+    const auto one_of = [&below](const auto &list) {
+        const auto size = static_cast<std::uint32_t>(list.size());
+        return list[below(below(4) == 0 ? size : std::min(size, 2U))]; // mostly of the first, so that they meet
+    };
+    if (kind == Kind::start)
+        return one_of(domain.starts);
+    const Form &of = form(kind);
+    Operation operation{kind};
+    operation.bridge = one_of(choices(takes(of, "{bridge}"), domain.bridges));
+    operation.port = one_of(ports(domain, kind));
+    operation.vlan = one_of(choices(takes(of, "{vlan}"), domain.vlans));
+    operation.value = one_of(choices(takes(of, "{value}"), of.values, domain.extra_values));
+    if (takes(of, "swid {value}"))
+        operation.value &= 0xFF;
+    operation.flag = takes_flag(of) && below(4) == 0;
+    operation.null = !of.text_with_null.empty() && below(8) == 0;
+    return operation;
+}
+
+ky_status_t deliver(std::uint32_t event_type, std::uint32_t log_port)
+{
+    ky_port_event_t event = {};
+    event.log_port = log_port;
+    event.swid = sdk::device().ports.ports[log_port].swid;
+    return sdk::device().adviser.deliver(event_type, event);
+}
+
+} // namespace
+
+std::vector<Operation> every_operation(const Domain &domain)
+{
+    std::vector<Operation> all = domain.starts;
+    for (unsigned number = static_cast<unsigned>(Kind::stop); number < kind_count; ++number) {
+        const auto kind = static_cast<Kind>(number);
+        const Form &of = form(kind);
+        for (const std::uint32_t bridge : choices(takes(of, "{bridge}"), domain.bridges))
+            for (const std::uint32_t port : ports(domain, kind))
+                for (const std::uint32_t vlan : choices(takes(of, "{vlan}"), domain.vlans))
+                    for (const std::uint32_t value : choices(takes(of, "{value}"), of.values, domain.extra_values))
+                        for (unsigned flag = 0; flag <= (takes_flag(of) ? 1 : 0); ++flag)
+                            for (unsigned null = 0; null <= (of.text_with_null.empty() ? 0 : 1); ++null)
+                                all.push_back({kind, bridge, port, vlan, value, flag != 0, null != 0});
+    }
+    return all;
+}
+
+Domain border_domain()
+{
+    return {.bridges = {1, 2, 3, 4, 5, 0, 0xFFFF},
+            .ports = {0x10001, 0x10002, 0x10003, 0x10004, 0x8000000, 0xFFFFFFFF},
+            .vlans = {1, 100, 2, 3, 0, 4094, 4095, 0xFFFF},
+            .extra_values = {1, 2, 0xFFFFFFFF},
+            .starts = {{Kind::start, 4, 0, 6, KY_BRIDGE_SDK_MODE_802_1D}, // the first two are the usual ones
+                       {Kind::start, 64, 0, 512, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 1, 0, 1, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 0, 0, 1, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 65, 0, 1, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 4, 0, 0, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 4, 0, 513, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 4, 1, 6, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 4, 2, 6, KY_BRIDGE_SDK_MODE_802_1D},
+                       {Kind::start, 4, 0, 6, KY_BRIDGE_SDK_MODE_802_1Q},
+                       {Kind::start, 4, 1, 6, KY_BRIDGE_SDK_MODE_802_1Q},
+                       {Kind::start, 4, 0, 6, KY_BRIDGE_SDK_MODE_HYBRID},
+                       {Kind::start, 4, 0, 6, 0xFFFFFFFF}},
+            .max_log_ports = 5};
+}
+
+Step any_step(const Domain &domain, const Below &below)
+{
+    Step step{any_operation(domain, below, any_kind(below))};
+    if (below(6) == 0) { // most operations make fewer calls than that
+        step.failing_call = 1 + below(14);
+        step.fault = below(2) == 0 ? 77 : 200; // statuses of another module
+    }
+    return step;
+}
+
+void power_on(const Domain &domain)
+{
+    sdk::Device &device = sdk::device();
+    device.faults.clear();
+    ky_bridge_deinit();
+    device.reset();
+    sdk::set_limits(64, domain.max_log_ports);
+    device.journal.keep(0);
+    device.bridge_port_set = ky_bridge_port_set;
+    device.bridge_swids = {0, 1};
+    device.mstp_modes[1] = KY_MSTP_MODE_RSTP + 1;
+    for (const std::uint32_t port : domain.ports)
+        device.ports.ports[port];
+    swid_validation_func_ptr = sdk_validate_swid;
+}
+
+namespace {
+
+Answer call(const Operation &operation)
+{
+    const auto bridge_id = static_cast<std::uint16_t>(operation.bridge);
+    const auto vlan = static_cast<std::uint16_t>(operation.vlan);
+    const auto swid = static_cast<std::uint8_t>(operation.value);
+    const std::uint32_t flag = operation.flag ? 1 : 0;
+    std::uint16_t number16 = 0;
+    std::uint16_t *const pointer16 = operation.null ? nullptr : &number16;
+    std::uint32_t number32 = 0;
+    std::uint32_t egress_acl = 0;
+    std::uint32_t *const pointer32 = operation.null ? nullptr : &number32;
+    switch (operation.kind) { // members of the answers below are evaluated in their order
+    case Kind::start: {
+        if (sdk::device().acl.acls.empty())
+            sdk::device().acl.next_region_id = sdk::device().acl.next_acl_id = 1;
+        const ky_bridge_init_params_t params = {operation.value, {{operation.bridge, operation.vlan, operation.port}}};
+        return {ky_bridge_init(&params)};
+    }
+    case Kind::stop:
+        return {ky_bridge_deinit()};
+    case Kind::create:
+        return {ky_bridge_set(KY_ACCESS_CMD_CREATE, pointer16, flag), {number16}};
+    case Kind::destroy:
+        number16 = bridge_id;
+        return {ky_bridge_set(KY_ACCESS_CMD_DESTROY, pointer16, flag)};
+    case Kind::reference:
+        return {ky_bridge_ref_cnt_increase(bridge_id)};
+    case Kind::unreference:
+        return {ky_bridge_ref_cnt_decrease(bridge_id)};
+    case Kind::add:
+        return {ky_bridge_port_set(KY_ACCESS_CMD_ADD, bridge_id, operation.port, vlan, operation.value, flag)};
+    case Kind::remove:
+        return {ky_bridge_port_set(KY_ACCESS_CMD_DELETE, bridge_id, operation.port, vlan, operation.value, flag)};
+    case Kind::remove_port:
+        return {ky_bridge_port_set(KY_ACCESS_CMD_DELETE_PORT, 0, operation.port, 0, 0, 0)};
+    case Kind::announce:
+        sdk::device().ports.ports[operation.port].swid = swid;
+        return {deliver(KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, operation.port)};
+    case Kind::withdraw:
+        return {deliver(KY_ADVISER_EVENT_PORT_DEL_FROM_SWID, operation.port)};
+    case Kind::clear:
+        return {ky_bridge_clear_port(operation.port, flag)};
+    case Kind::restore:
+        return {ky_bridge_clear_undo(operation.port, swid)};
+    case Kind::learn:
+        return {ky_bridge_set_learning_mode(bridge_id, operation.value, flag)};
+    case Kind::bind:
+        sdk::device().acl.next_vlan_group = bridge_id;
+        return {ky_bridge_int_vlan_group_set(KY_ACCESS_CMD_BIND, bridge_id, operation.value, pointer16), {number16}};
+    case Kind::unbind:
+        return {ky_bridge_int_vlan_group_set(KY_ACCESS_CMD_UNBIND, bridge_id, operation.value, nullptr)};
+    case Kind::port_list: {
+        std::array<ky_bridge_port_t, 8> list = {};
+        number32 = std::min<std::uint32_t>(operation.value, list.size());
+        Answer answer{ky_bridge_port_get(bridge_id, list.data(), pointer32, flag), {number32}};
+        for (const ky_bridge_port_t &entry : list)
+            if (entry.log_port != 0)
+                answer.values.insert(answer.values.end(), {entry.log_port, entry.vlan, entry.egress_mode});
+        return answer;
+    }
+    case Kind::int_vlan:
+        return {ky_bridge_int_vlan_id_get(bridge_id, pointer16, flag), {number16}};
+    case Kind::int_vlan_list: {
+        std::array<std::uint16_t, 8> list = {};
+        number32 = std::min<std::uint32_t>(operation.value, list.size());
+        Answer answer{ky_bridge_int_vlan_list_get(operation.port, list.data(), pointer32), {number32}};
+        for (const std::uint16_t vid : list)
+            if (vid != 0)
+                answer.values.push_back(vid);
+        return answer;
+    }
+    case Kind::int_vlan_owner:
+        return {ky_bridge_int_vlan_bridge_id_get(vlan, pointer16), {number16}};
+    case Kind::member_state:
+        return {ky_bridge_log_port_member_state(0, operation.port)};
+    case Kind::group:
+        return {ky_bridge_int_vlan_group_get(bridge_id, pointer16), {number16}};
+    case Kind::port_acls:
+        return {ky_bridge_port_acl_binding_get(operation.port, pointer32, operation.null ? nullptr : &egress_acl),
+                {number32, egress_acl}};
+    case Kind::learning:
+        return {ky_bridge_get_learning_mode(bridge_id, pointer32, flag), {number32}};
+    case Kind::mode:
+        return {ky_bridge_mode_get(pointer32), {number32}};
+    }
+    return {};
+}
+
+} // namespace
+
+Answer apply(const Operation &operation)
+{
+    const bool can_answer = operation.kind == Kind::mode || (bridge_db != nullptr && !operation.null);
+    Answer answer = call(operation);
+    if (!can_answer || answer.status != KY_STATUS_SUCCESS)
+        answer.values.clear();
+    return answer;
+}
+
+Answer apply(const Step &step, std::vector<sdk::Call> &failed)
+{
+    sdk::Device &device = sdk::device();
+    if (step.failing_call != 0) {
+        device.faults.fail_any(step.failing_call, step.fault);
+        device.on_call = [&failed](const sdk::Call &call) {
+            if (call.planned)
+                failed.push_back(call);
+        };
+    }
+    Answer answer = apply(step.operation);
+    device.faults.clear();
+    device.on_call = nullptr;
+    return answer;
+}
+
+bool deletes_rule(const sdk::Call &call, sdk::Direction direction)
+{
+    if (call.service != sdk::Service::acl_rules_set)
+        return false;
+    ky_acl_rules_params_t sent;
+    std::memcpy(&sent, call.sent.data(), sizeof sent);
+    const auto &acls = sdk::device().acl.acls;
+    return sent.cmd == KY_ACCESS_CMD_DELETE && std::any_of(acls.begin(), acls.end(), [&](const auto &acl) {
+               return acl.second.region_id == sent.region_id && acl.second.direction == direction;
+           });
+}
+
+std::string script(const Domain &domain, const std::vector<Step> &steps)
+{
+    std::string lines =
+        fmt::format("limits bridges 64 ports {}\nswid serve 1\nswid mode 1 mstp\n", domain.max_log_ports);
+    for (const std::uint32_t port : domain.ports)
+        lines += fmt::format("port add {}\n", port);
+    for (const Step &step : steps) {
+        if (step.failing_call != 0)
+            lines += fmt::format("fail any {} with {}\n", step.failing_call, step.fault);
+        lines += text(step.operation) + "\n";
+        if (step.failing_call != 0)
+            lines += "faults clear\n";
+    }
+    return lines;
+}
+
+} // namespace operations

@@ -1,0 +1,224 @@
+#include "support/twin.h"
+
+#include <regex>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "host/consistency.h"
+
+namespace operations {
+
+namespace {
+
+using Leaves = Failure::Leaves;
+
+/// What a host does after a refused call that left something partial, to have the operation done after all.
+std::vector<Operation> repair(const Operation &operation)
+{
+    Operation first = operation;
+    switch (operation.kind) {
+    case Kind::learn:
+        ++first.value; // the same mode again would write nothing
+        return {first, operation};
+    case Kind::unbind:
+        first.kind = Kind::bind;
+        return {first, operation};
+    case Kind::announce:
+    case Kind::restore:
+        first.kind = Kind::clear;
+        first.flag = true;
+        return {first, operation};
+    default:
+        return {operation};
+    }
+}
+
+/// What a stop leaves in the hardware, when nothing refuses, beside regions, ACLs and the VLAN groups of bridges
+/// that were bound. @param before the state that was stopped
+std::string check_stopped(const State &before)
+{
+    const sdk::Device &device = sdk::device();
+    if (device.memory.bytes() != 0)
+        return fmt::format("{} bytes of memory are outstanding\n", device.memory.bytes());
+    for (const auto &[number, port] : before.ports) {
+        State cleared = before;
+        if (predict(cleared, {.kind = Kind::clear, .port = number}).status != KY_STATUS_SUCCESS)
+            return ""; // it became a port whose virtual ports cannot be deleted
+    }
+    std::string findings;
+    for (const auto &[region_id, region] : device.acl.regions)
+        if (!region.rules.empty())
+            findings += fmt::format("region {} still holds rules\n", region_id);
+    if (!device.acl.bindings.empty() || !device.vlans.members().empty())
+        findings += "bindings or memberships are left over\n";
+    for (const auto &[bridge_id, bridge] : before.bridges)
+        if (bridge.group != KY_VLAN_GROUP_NONE)
+            return findings;
+    return findings + (device.acl.vlan_groups.empty() ? "" : "VLAN groups are left over\n");
+}
+
+std::string compare(const char *what, const std::string &expected, const std::string &actual)
+{
+    return expected == actual ? "" : fmt::format("{} should be\n{}but is\n{}", what, expected, actual);
+}
+
+std::string compare(const State &expected)
+{
+    const State actual = read_state(bridge_db);
+    return actual == expected ? "" : compare("the database", text(expected), text(actual));
+}
+
+std::string compare(ky_status_t expected, ky_status_t actual)
+{
+    return actual == expected ? "" : fmt::format("status {} was answered, not {}\n", actual, expected);
+}
+
+/// The hardware without the tagging of memberships in VLANs that can be internal ones. There the last join
+/// counts, which after a refused operation can be the one that restored the membership.
+std::string hardware_but_shared_tagging()
+{
+    static const std::regex membership(R"(\nvlan ([1-9]|[1-5]\d|6[0-4]): (port \w+) \w+)");
+    return std::regex_replace(hardware(), membership, "\nvlan $1: $2");
+}
+
+} // namespace
+
+Failure failure_of(const Operation &operation, const sdk::Call &refused, ky_status_t otherwise)
+{
+    using sdk::Service;
+    const Kind kind = operation.kind;
+    const Service service = refused.service;
+    const bool clears = kind == Kind::clear || kind == Kind::remove_port;
+    const bool announces = kind == Kind::announce || kind == Kind::restore;
+    if (kind == Kind::stop)
+        return {service == Service::utils_memory_put ? refused.status : ky_status_t{KY_STATUS_SUCCESS},
+                Leaves::partial};
+    if (clears)
+        return {service == Service::bridge_port_set || refused.depth != 0 ? ky_status_t{KY_STATUS_PARAM_ERROR}
+                                                                          : refused.status,
+                Leaves::partial};
+    if (service == Service::port_db_check_port_mode_router_port)
+        return {KY_STATUS_PARAM_ERROR, Leaves::unchanged};
+    if (service == Service::cl_malloc)
+        return {announces ? ky_status_t{KY_STATUS_NO_MEMORY} : ky_status_t{KY_STATUS_NO_RESOURCES}, Leaves::unchanged};
+    if (service == Service::swid_validation && (announces || kind == Kind::withdraw))
+        return {KY_STATUS_SUCCESS, Leaves::unchanged}; // such an event is ignored
+    if (kind == Kind::destroy)
+        return {refused.status, Leaves::done};
+    // An operation that fails by itself has an undo. An ADD notices an unknown port when its rule is written.
+    if (kind == Kind::start && service == Service::utils_memory_put)
+        return {otherwise, Leaves::partial}; // not started, but the memory stays with it
+    if (kind == Kind::add && deletes_rule(refused, sdk::Direction::ingress))
+        return {otherwise, Leaves::partial};
+    if (kind == Kind::learn || (kind == Kind::unbind && service == Service::acl_vlan_group_set) ||
+        (announces && service == Service::acl_bind_port) ||
+        (kind == Kind::remove && deletes_rule(refused, sdk::Direction::egress)))
+        return {refused.status, Leaves::partial};
+    return {refused.status, Leaves::unchanged};
+}
+
+std::string check(bool with_hardware)
+{
+    std::vector<std::string> findings = consistency::check_database(bridge_db);
+    if (with_hardware)
+        for (std::string &finding : consistency::check_hardware(bridge_db, sdk::device()))
+            findings.push_back(std::move(finding));
+    for (const std::string &violation : sdk::device().violations)
+        findings.push_back(violation);
+    return findings.empty() ? "" : fmt::format("{}\n", fmt::join(findings, "\n"));
+}
+
+Twin::Twin(const Domain &domain) : domain_(domain)
+{
+    power_on(domain_);
+}
+
+void Twin::power_off_and_on()
+{
+    power_on(domain_);
+    expected_ = {};
+    uncertain_ = 0;
+    restarted_ = true;
+}
+
+std::string Twin::run_without_fault(const Operation &operation)
+{
+    const State before = expected_;
+    const Answer predicted = predict(expected_, operation);
+    const Answer answer = apply(operation);
+    std::string findings = compare(predicted.status, answer.status);
+    if (findings.empty() && answer != predicted)
+        findings = fmt::format("{} was answered, not {}\n", answer.values, predicted.values);
+    findings += compare(expected_) + check();
+    if (operation.kind == Kind::stop) {
+        findings += check_stopped(before);
+        power_off_and_on(); // regions, and VLAN groups of bridges that were bound, stay behind
+    }
+    return findings;
+}
+
+std::string Twin::run_uncertain(const Step &step)
+{
+    std::vector<sdk::Call> failed;
+    apply(step, failed);
+    // A group whose destruction was refused is used again without its VLAN, which then cannot be taken out.
+    std::erase_if(sdk::device().violations,
+                  [](const std::string &text) { return text.find("acl_vlan_group_set: VLAN group") != text.npos; });
+    std::string findings = check(false);
+    if (--uncertain_ == 0 || step.operation.kind == Kind::stop)
+        power_off_and_on();
+    return findings;
+}
+
+std::string Twin::check_failure(const Operation &operation, const sdk::Call &refused, ky_status_t status,
+                                const std::string &hardware_before)
+{
+    State after = expected_;
+    const Failure failure = failure_of(operation, refused, predict(after, operation).status);
+    std::string findings = compare(failure.status, status);
+    if (failure.leaves == Leaves::unchanged)
+        return findings + compare(expected_) + compare("the hardware", hardware_before, hardware_but_shared_tagging()) +
+               check();
+
+    expected_ = after;
+    if (failure.leaves == Leaves::done)
+        return findings + compare(expected_) + check();
+
+    findings += check(false);
+    if (operation.kind == Kind::start || operation.kind == Kind::stop) {
+        power_off_and_on();
+        return findings;
+    }
+    for (const Operation &next : repair(operation))
+        apply(next);
+    if (!compare(expected_).empty() || !check().empty())
+        uncertain_ = 20;
+    return findings;
+}
+
+std::string Twin::run(const Step &step)
+{
+    const Operation &operation = step.operation;
+    restarted_ = has_refused_ = false;
+    if (operation.kind == Kind::start && bridge_db != nullptr)
+        return ""; // a host does not do that
+    if (uncertain_ != 0)
+        return run_uncertain(step);
+    if (step.failing_call == 0)
+        return run_without_fault(operation);
+
+    const std::string hardware_before = hardware_but_shared_tagging();
+    std::vector<sdk::Call> failed;
+    const Answer answer = apply(step, failed);
+    has_refused_ = !failed.empty();
+    if (has_refused_)
+        return check_failure(operation, failed.front(), answer.status, hardware_before);
+    const Answer predicted = predict(expected_, operation); // it makes fewer calls
+    std::string findings = compare(predicted.status, answer.status) + compare(expected_) + check();
+    if (operation.kind == Kind::stop)
+        power_off_and_on();
+    return findings;
+}
+
+} // namespace operations

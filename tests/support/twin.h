@@ -1,0 +1,66 @@
+/// The module and its model side by side, operation by operation, with faults of the SDK.
+#ifndef KYBRIDGE_TESTS_SUPPORT_TWIN_H
+#define KYBRIDGE_TESTS_SUPPORT_TWIN_H
+
+#include <string>
+#include <vector>
+
+#include "support/model.h"
+
+namespace operations {
+
+/// What one refused service call makes of an operation.
+struct Failure {
+    enum class Leaves {
+        unchanged, ///< everything as before
+        done,      ///< everything as if the operation had succeeded
+        partial    ///< something in between
+    };
+    ky_status_t status; ///< the operation's answer
+    Leaves leaves;
+};
+/// @param otherwise what the operation answers without a fault
+Failure failure_of(const Operation &operation, const sdk::Call &refused, ky_status_t otherwise);
+
+/// The hardware that the module can change, in words, without the places of rules.
+inline std::string hardware()
+{
+    return sdk::device().snapshot(false);
+}
+
+class Twin {
+public:
+    /// Powers the stand-in on.
+    explicit Twin(const Domain &domain);
+
+    /// Carries a step out and checks everything that has to hold then. A fault that leaves something partial is
+    /// repaired by operations of a host; where they do not bring the expected state back, the next operations
+    /// run with reduced checks, and then the power goes off and on.
+    /// @return what does not hold; empty: all well
+    std::string run(const Step &step);
+
+    const State &expected() const { return expected_; }
+    bool is_certain() const { return uncertain_ == 0; } ///< nothing partial lies behind
+    bool has_refused() const { return has_refused_; }   ///< the last step's fault answered a call
+    bool has_restarted() const { return restarted_; }   ///< the last step ended in the state after power-on
+
+private:
+    std::string run_without_fault(const Operation &operation);
+    std::string run_uncertain(const Step &step);
+    std::string check_failure(const Operation &operation, const sdk::Call &refused, ky_status_t status,
+                              const std::string &hardware_before);
+    void power_off_and_on();
+
+    Domain domain_;
+    State expected_;
+    unsigned uncertain_ = 0; ///< operations left until power-off; 0: the expected state holds
+    bool restarted_ = true;
+    bool has_refused_ = false;
+};
+
+/// What does not hold in the module's database and, when it is to agree with it, the hardware; empty: all well.
+std::string check(bool with_hardware = true);
+
+} // namespace operations
+
+#endif

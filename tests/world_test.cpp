@@ -1,0 +1,190 @@
+// Small worlds, explored completely: from every state that can be reached, every operation with every argument.
+// Then the same with any one service call refused, for as long as the time allows.
+#include <chrono>
+#include <deque>
+#include <unordered_map>
+
+#include <gtest/gtest.h>
+
+#include "support/effort.h"
+#include "support/twin.h"
+
+using namespace operations;
+
+namespace {
+
+/// Two ports, two VLANs, one of which is the first bridge's internal one, and two bridges.
+const Domain domain = {
+    .bridges = {1, 2},
+    .ports = {0x10001, 0x10002},
+    .vlans = {1, 100},
+    .extra_values = {},
+    .starts = {{Kind::start, 2, 0, 4, KY_BRIDGE_SDK_MODE_802_1D}, {Kind::start, 2, 0, 4, KY_BRIDGE_SDK_MODE_802_1Q}},
+    .max_log_ports = 2};
+
+/// What a world leaves out: its states are few enough then.
+using LeftOut = bool (*)(const Operation &);
+
+class World {
+public:
+    explicit World(LeftOut left_out) : twin_(domain)
+    {
+        for (const Operation &operation : every_operation(domain))
+            if (!left_out(operation))
+                operations_.push_back(operation);
+        start_ = here_ = arrive();
+    }
+
+    void explore()
+    {
+        const auto unexplored = [this](unsigned node) { return !is_explored(node); };
+        for (Way way; find_way(unexplored, way) && !testing::Test::HasFatalFailure();) {
+            go(way);
+            while (!is_explored(here_) && !testing::Test::HasFatalFailure()) {
+                const unsigned from = here_;
+                carry_out({operations_[nodes_[from].size()]});
+                nodes_[from].push_back(here_);
+            }
+        }
+        std::printf("%zu states, %zu transitions\n", nodes_.size(), nodes_.size() * operations_.size());
+    }
+
+    /// From each state, in the order of their discovery, refuses each call of each operation in turn.
+    void explore_with_faults(std::chrono::seconds time)
+    {
+        const auto end = std::chrono::steady_clock::now() + time;
+        const std::size_t known = nodes_.size();
+        unsigned faults = 0;
+        unsigned from = 0;
+        for (; from < known && std::chrono::steady_clock::now() < end; ++from)
+            for (const Operation &operation : operations_)
+                for (unsigned call = 1; call == 1 || twin_.has_refused(); ++call) {
+                    if (!twin_.is_certain() || !is_explored(here_))
+                        power_off_and_on();
+                    Way way;
+                    ASSERT_TRUE(find_way([from](unsigned node) { return node == from; }, way));
+                    go(way);
+                    carry_out({operation, call, call % 2 == 0 ? 77U : 200U});
+                    if (testing::Test::HasFatalFailure())
+                        return;
+                    faults += twin_.has_refused() ? 1 : 0;
+                }
+        std::printf("%u refused calls, in %u of %zu states\n", faults, from, known);
+    }
+
+private:
+    using Way = std::vector<unsigned>; ///< numbers of operations
+
+    bool is_explored(unsigned node) const { return nodes_[node].size() == operations_.size(); }
+
+    /// The number of the state that the module is in, a new one where it was never seen.
+    unsigned arrive()
+    {
+        const auto [entry, is_new] =
+            numbers_.try_emplace(text(twin_.expected()) + hardware(), static_cast<unsigned>(nodes_.size()));
+        if (is_new)
+            nodes_.emplace_back();
+        return entry->second;
+    }
+
+    void carry_out(const Step &step)
+    {
+        const Operation &operation = step.operation;
+        const auto bridge = twin_.expected().bridges.find(operation.bridge);
+        if (operation.kind == Kind::reference && bridge != twin_.expected().bridges.end() &&
+            bridge->second.references != 0)
+            return; // they have no limit; this world has one
+        if (twin_.has_restarted())
+            steps_.clear();
+        steps_.push_back(step);
+        const std::string findings = twin_.run(step);
+        ASSERT_EQ(findings, "") << script(domain, steps_);
+        here_ = arrive();
+    }
+
+    void go(const Way &way)
+    {
+        for (const unsigned number : way)
+            carry_out({operations_[number]});
+    }
+
+    void power_off_and_on()
+    {
+        twin_ = Twin(domain);
+        here_ = start_;
+    }
+
+    /// The shortest known way from here to a node. @return whether there is one
+    template <typename Wanted> bool find_way(Wanted wanted, Way &way) const
+    {
+        constexpr unsigned nowhere = ~0U;
+        std::vector<std::pair<unsigned, unsigned>> from(nodes_.size(), {nowhere, 0}); // node and operation
+        std::deque<unsigned> reached = {here_};
+        from[here_].first = here_;
+        for (; !reached.empty(); reached.pop_front()) {
+            unsigned node = reached.front();
+            if (wanted(node)) {
+                for (way.clear(); node != here_; node = from[node].first)
+                    way.insert(way.begin(), from[node].second);
+                return true;
+            }
+            for (unsigned number = 0; number < nodes_[node].size(); ++number)
+                if (const unsigned next = nodes_[node][number]; from[next].first == nowhere) {
+                    from[next] = {node, number};
+                    reached.push_back(next);
+                }
+        }
+        return false;
+    }
+
+    Twin twin_;
+    std::vector<Operation> operations_;
+    std::unordered_map<std::string, unsigned> numbers_; ///< of states, by all that is known of them
+    std::vector<std::vector<unsigned>> nodes_;          ///< by state: where each operation leads
+    unsigned start_ = 0;
+    unsigned here_ = 0;
+    std::vector<Step> steps_; ///< since the power was switched on
+};
+
+void explore(LeftOut left_out)
+{
+    World world(left_out);
+    world.explore();
+    if (!testing::Test::HasFatalFailure())
+        world.explore_with_faults(
+            std::chrono::seconds(environment("KYBRIDGE_WORLD_SECONDS", reduced_effort() ? 1 : 5)));
+    power_on(domain); // also stops the module
+}
+
+bool is_question(const Operation &operation)
+{
+    return operation.kind >= Kind::port_list;
+}
+
+} // namespace
+
+/// Ports in bridges, with both kinds of tagging and both kinds of bridge.
+TEST(World, Attachments)
+{
+    explore([](const Operation &operation) {
+        return operation.kind == Kind::reference || operation.kind == Kind::bind || operation.kind == Kind::learn ||
+               (reduced_effort() && operation.flag);
+    });
+}
+
+/// What a bridge is used for beside its ports.
+TEST(World, UsesOfBridges)
+{
+    explore([](const Operation &operation) {
+        return (operation.kind == Kind::add && operation.value != 0) || operation.port == domain.ports[1] ||
+               (reduced_effort() && operation.kind == Kind::bind);
+    });
+}
+
+/// Nothing is left out but what NULL pointers do. It takes KYBRIDGE_FULL_WORLD to be set, and minutes.
+TEST(World, Everything)
+{
+    if (environment("KYBRIDGE_FULL_WORLD", 0) == 0)
+        GTEST_SKIP() << "KYBRIDGE_FULL_WORLD is not set";
+    explore([](const Operation &operation) { return operation.null && !is_question(operation); });
+}
