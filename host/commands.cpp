@@ -64,6 +64,33 @@ std::span<const std::string> arguments_of(const Command &command, std::span<cons
     return words.subspan(parse_line(command.name).size());
 }
 
+std::vector<std::string> completions(std::span<const std::string> words, const Names &names)
+{
+    std::vector<std::string> next;
+    for (const std::string &name : names_of_commands()) {
+        const Words parts = parse_line(name);
+        if (words.size() < parts.size() && std::equal(words.begin(), words.end(), parts.begin()))
+            next.push_back(parts[words.size()]);
+    }
+    try {
+        if (!words.empty()) {
+            const Command &command = find_command(words);
+            const auto arguments = arguments_of(command, words);
+            const std::size_t before = command.name == "expect" ? 1 : 0; // its status
+            const bool takes_command = command.name == "expect" || command.name == "help";
+            std::ranges::copy(takes_command && arguments.size() >= before
+                                  ? completions(arguments.subspan(before), names)
+                                  : command.grammar.next_words(arguments, names),
+                              std::back_inserter(next));
+        }
+    } catch (const ScriptError &) {
+        // No command begins so, or only with one more word; then that is among the names above.
+    }
+    std::ranges::sort(next);
+    next.erase(std::unique(next.begin(), next.end()), next.end());
+    return next;
+}
+
 std::string usage(const Command &command)
 {
     return command.synopsis.empty() ? command.name : command.name + " " + command.synopsis;

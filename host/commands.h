@@ -47,6 +47,9 @@ const Command &find_command(std::span<const std::string> words);
 /// The words that follow a command's name.
 std::span<const std::string> arguments_of(const Command &command, std::span<const std::string> words);
 
+/// What could be the next word of a line, as far as there is a list of it, sorted. Empty after wrong words.
+std::vector<std::string> completions(std::span<const std::string> words, const Names &names);
+
 std::string usage(const Command &command); ///< name and synopsis
 std::string help(const Command &command);  ///< a screen on one command
 std::string help_on_all_commands();        ///< every command with its description and an example

@@ -84,6 +84,18 @@ std::string Kind::choices(std::size_t most) const
     return choices.empty() ? last : fmt::format("{} or {}", fmt::join(choices, ", "), last);
 }
 
+std::vector<std::string> Kind::all_words(const Names &names_known) const
+{
+    if (source == Source::port)
+        return names_known.ports.all();
+    if (source == Source::bridge)
+        return names_known.bridges.all();
+    std::vector<std::string> all;
+    for (const NamedNumber &named : words)
+        all.push_back(named.name);
+    return all;
+}
+
 Grammar::Grammar(std::string_view synopsis)
 {
     bool optional = false;
@@ -206,6 +218,38 @@ Arguments Grammar::read(std::span<const std::string> words, const Names *names) 
     while (at < words.size())
         read_part(*optional_part(words[at], arguments));
     return arguments;
+}
+
+std::vector<std::string> Grammar::next_words(std::span<const std::string> words, const Names &names) const
+{
+    std::size_t at = 0;
+    for (const Part &part : parts_) {
+        if (part.optional)
+            break;
+        if (!part.keyword.empty() && at++ == words.size())
+            return {part.keyword};
+        if (part.value != nullptr && at++ == words.size())
+            return part.value->all_words(names);
+    }
+    if (takes_rest_)
+        return {};
+
+    std::vector<std::string> given;
+    while (at < words.size()) {
+        const std::string &word = words[at++];
+        given.push_back(word);
+        for (const Part &part : parts_)
+            if (part.optional && part.keyword == word && part.value != nullptr && at++ == words.size())
+                return part.value->all_words(names);
+    }
+    std::vector<std::string> next;
+    for (const Part &part : parts_) {
+        if (part.optional && part.keyword.empty())
+            std::ranges::copy(part.value->all_words(names), std::back_inserter(next));
+        else if (part.optional && std::ranges::find(given, part.keyword) == given.end())
+            next.push_back(part.keyword);
+    }
+    return next;
 }
 
 } // namespace host

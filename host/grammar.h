@@ -41,6 +41,9 @@ struct Kind {
     /// What can be written for it: "tagged, untagged or a number up to 255".
     /// @param most words listed before the rest is left out
     std::string choices(std::size_t most = SIZE_MAX) const;
+
+    /// The words and names that can be written for it, without numbers.
+    std::vector<std::string> all_words(const Names &names_known) const;
 };
 
 const Kind &kind(std::string_view name); ///< the kind of that name, which must exist
@@ -77,6 +80,10 @@ public:
     /// @param names what the script has named; NULL: names of ports and bridges are taken on trust
     /// @throws ScriptError that tells what was expected
     Arguments read(std::span<const std::string> words, const Names *names) const;
+
+    /// What could be the next word, as far as there is a list of it: keywords, words of a kind, names.
+    /// @param words the arguments so far; a wrong one is taken for a right one
+    std::vector<std::string> next_words(std::span<const std::string> words, const Names &names) const;
 
     /// Kinds of value that occur, once each.
     std::vector<const Kind *> kinds() const;

@@ -12,8 +12,10 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "host/doctor.h"
 #include "host/interpreter.h"
 #include "host/live.h"
+#include "host/prompt.h"
 #include "host/terminal.h"
 
 namespace {
@@ -28,6 +30,7 @@ struct Options {
     std::vector<std::string> files;
     std::string module = module_soname;
     std::string log;
+    std::string doctor;
     std::vector<std::string> attachments;
     std::string control;
     std::uint32_t verbosity = 3;
@@ -38,21 +41,11 @@ struct Options {
 };
 
 /// Runs commands as they arrive on standard input. A person at a terminal is prompted, and may mistype.
-Verdict run_standard_input(Interpreter &interpreter)
+Verdict run_standard_input(const host::Host &host, Interpreter &interpreter)
 {
     if (isatty(STDIN_FILENO) == 0)
         return interpreter.run(std::cin, "standard input");
-
-    fmt::print("Type commands, one a line; 'help' lists them, Ctrl-D ends.\n");
-    while (true) {
-        fmt::print("kybridge> ");
-        std::fflush(stdout);
-        std::string line;
-        if (!std::getline(std::cin, line))
-            break;
-        interpreter.run_line(line, "that line");
-    }
-    fmt::print("\n");
+    host::run_prompt(host, interpreter);
     return host::as_expected;
 }
 
@@ -82,7 +75,7 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
     auto verdict = host::as_expected;
     for (const std::string &file : options.files) {
         if (file == standard_input) {
-            verdict = std::max(verdict, run_standard_input(interpreter));
+            verdict = std::max(verdict, run_standard_input(host, interpreter));
         } else {
             std::ifstream script(file);
             verdict = std::max(verdict, interpreter.run(script, file));
@@ -136,6 +129,9 @@ int main(int argc, char **argv)
     Options options;
     app.add_option("FILE", options.files, "Scripts, run one after the other; - or none: standard input");
     app.add_option("--module", options.module, "The module to load; by default the one that belongs to this program");
+    app.add_option("--doctor", options.doctor,
+                   "Only examine a library file: whether it is the module, what it needs of a process, and whether it "
+                   "loads into this one");
     app.add_option("--log", options.log, "File for the module's log, - for standard output; by default standard error");
     app.add_option("--verbosity", options.verbosity,
                    "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces");
@@ -154,7 +150,8 @@ int main(int argc, char **argv)
     app.set_version_flag("--version", "kybridge-host " KYBRIDGE_VERSION);
     app.footer([] {
         return host::help_on_all_commands() + "\nEXIT STATUS\n  0  every command did what the script expected\n"
-                                              "  1  a command did not, or memory was left over at the end\n"
+                                              "  1  a command did not, or memory was left over at the end; or the "
+                                              "examined file is no module that loads\n"
                                               "  2  a wrong line in a script, wrong arguments, or no module to load\n";
     });
 
@@ -162,6 +159,8 @@ int main(int argc, char **argv)
         app.parse(argc, argv);
         if (options.no_colour)
             terminal::forbid_colours();
+        if (!options.doctor.empty())
+            return host::examine(options.doctor) ? host::as_expected : host::unexpected;
         if (!options.attachments.empty())
             host::hold_signals();
         else if (options.files.empty())

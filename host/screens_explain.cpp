@@ -183,7 +183,7 @@ std::vector<Table> attached(const Host &host, const bridge_db_virtual_port_t &vp
     Story story(host, fmt::format("virtual port {} VLAN {}, {}", host.names.port(vport.log_port), vport.vlan,
                                   name_of(tagging_names(), vport.egress_mode)));
     story.tell("bridge",
-               fmt::format("{}: ID {}, {}, learning {}, {} virtual ports", host.names.bridge(bridge.bridge_id),
+               fmt::format("{}: ID {}, {}, learning {}, virtual ports: {}", host.names.bridge(bridge.bridge_id),
                            bridge.bridge_id, bridge.is_internal != 0 ? "internal" : "a user's",
                            name_of(learning_names(), bridge.learning_mode), bridge.virtual_port_map.count()));
     story.tell("internal VLAN", fmt::to_string(bridge.int_vlan));
@@ -241,7 +241,7 @@ std::vector<Table> unattached(const Host &host, std::uint32_t log_port, std::uin
     else if (record == nullptr)
         story.tell("module", "does not know the port: it was not announced");
     else
-        story.tell("module", fmt::format("knows the port, with {} other virtual ports", record->back_ref_map.count()));
+        story.tell("module", fmt::format("knows the port; its virtual ports: {}", record->back_ref_map.count()));
     tell_binding(story, host, log_port, sdk::Direction::ingress);
     tell_membership(story, host, log_port, vlan);
     tell_port(story, host, log_port);

@@ -5,7 +5,7 @@
 #   host_test.sh HOST script FILE     the file itself says what it expects, in comment lines at its top:
 #                                         # exit STATUS
 #                                         # says TEXT      part of a line that comes out, after the one before
-#   host_test.sh HOST command_line OTHER_LIBRARY
+#   host_test.sh HOST command_line OTHER_LIBRARY MODULE
 set -u
 host=$1
 kind=$2
@@ -83,6 +83,18 @@ assert vports == {"title": "virtual ports", "rows": [
     {"BRIDGE": "red", "PORT": "north", "VLAN": "100", "EGRESS": "tagged", "INTERNAL VLAN": "1"}]}, vports
 assert "note" in rules and [row["NEW VLAN"] for row in rules["rows"]] == ["1", "100"], rules
 ' || exit 1
+
+    # The doctor, on the module and on what is none; a person at a terminal.
+    run 0 --doctor "$4"
+    says "supplies acl_bind_port, "
+    says "right  it loads"
+    run 1 --doctor "$3"
+    says "WRONG  its soname is"
+    says "WRONG  it does not export ky_bridge_init, "
+    says "so it was not loaded"
+    run 1 --doctor "$0"
+    says "no ELF shared object"
+    python3 tests/host/prompt_test.py "$host" "$work" || exit 1
 
     # A run that does not do what was expected stops there, or goes on when told to.
     printf 'start\nbridge destroy 7\nsay still here\n' >"$work/refused.kyb"
