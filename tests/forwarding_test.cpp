@@ -141,10 +141,8 @@ protected:
         // A frame that comes with an internal VLAN's number is no virtual port's; what it teaches is kept apart.
         sim::Mac source = mac_of(from);
         source.bytes[4] = vlan >= 1 && vlan <= max_bridges ? 1 : 0;
-        return {.destination = destination,
-                .source = source,
-                .tag = sim::Tag{.pcp = 5, .vid = vlan},
-                .ether_type = 0x0800};
+        return {
+            .destination = destination, .source = source, .tag = sim::Tag{.pcp = 5, .vid = vlan}, .ether_type = 0x0800};
     }
     static sim::Mac mac_of(std::uint32_t port) { return {{2, 0, 0, 0, 0, static_cast<std::uint8_t>(port)}}; }
     static constexpr sim::Mac broadcast{{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
