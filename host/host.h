@@ -40,7 +40,7 @@ struct Host {
     sim::Switch software_switch = sim::Switch();
     std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that a script sent
 
-    void print(std::string_view text) const { std::fwrite(text.data(), 1, text.size(), out); }
+    void print(std::string_view text) const { static_cast<void>(std::fwrite(text.data(), 1, text.size(), out)); }
     void show(const Table &screen) const;
 };
 

@@ -210,4 +210,19 @@ TEST_F(StartStopTest, AStopAnswersWhatTheReleaseOfTheDatabaseDid)
     device.reset(); // the memory that was not taken back
 }
 
+// Every pool, table and record of a run goes with it, also when a clear was refused.
+TEST_F(StartStopTest, TenStartsAndStopsLeaveNothingBehind)
+{
+    for (int run = 0; run < 10; ++run) {
+        ASSERT_EQ(start(), 0U);
+        ASSERT_EQ(announce(port_a), 0U);
+        ASSERT_EQ(add(create_bridge(), port_a, 100), 0U);
+        if (run == 9) // a refused clear; the device keeps what it refused to give up
+            device.faults.fail(Service::bridge_port_set, 1, 77);
+        EXPECT_EQ(ky_bridge_deinit(), 0U);
+        EXPECT_EQ(device.memory.bytes(), 0U);
+        EXPECT_EQ(pools::built(), 0U);
+    }
+}
+
 } // namespace
