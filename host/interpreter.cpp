@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <unistd.h>
+
 #include <fmt/format.h>
 
 #include "host/terminal.h"
@@ -14,6 +16,7 @@ namespace {
 void complain(const std::string &text, std::FILE *out = stdout, std::FILE *err = stderr)
 {
     std::fflush(out);
+    terminal::clear_progress();
     fmt::print(err, "{}\n", terminal::has_colours(err) ? terminal::red(text) : text);
 }
 
@@ -64,6 +67,7 @@ void Log::write(const sdk::LogLine &line)
     if (line.severity == KY_LOG_ERROR)
         errors.push_back(text);
     std::fflush(stdout);
+    terminal::clear_progress();
     fmt::print(file, "{}\n", text);
 }
 
@@ -93,7 +97,7 @@ Verdict Interpreter::run(std::istream &script, const std::string &file)
 {
     Verdict verdict = as_expected;
     std::size_t number = 0;
-    terminal::Progress progress(file, "lines");
+    terminal::Progress progress(file, "lines", isatty(STDOUT_FILENO) == 0);
     for (std::string line; std::getline(script, line); progress.step()) {
         verdict = std::max(verdict, run_line(line, place_of(file, ++number)));
         if (verdict == wrong_script || (verdict == unexpected && !keep_going_))

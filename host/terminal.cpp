@@ -12,6 +12,7 @@ namespace terminal {
 namespace {
 
 bool colours_allowed = true;
+bool progress_shown = false;
 
 constexpr std::size_t step_shown = 1000; ///< of so many steps one is shown
 
@@ -38,21 +39,29 @@ std::string red(const std::string &text)
     return "\x1b[31m" + text + "\x1b[0m";
 }
 
-Progress::Progress(std::string work, std::string unit)
-    : work_(std::move(work)), unit_(std::move(unit)), visible_(isatty(STDERR_FILENO) != 0)
+Progress::Progress(std::string work, std::string unit, bool wanted)
+    : work_(std::move(work)), unit_(std::move(unit)), visible_(wanted && isatty(STDERR_FILENO) != 0)
 {
 }
 
 Progress::~Progress()
 {
-    if (visible_ && done_ >= step_shown)
-        fmt::print(stderr, "\r\x1b[K");
+    clear_progress();
 }
 
 void Progress::step()
 {
-    if (++done_ % step_shown == 0 && visible_)
-        fmt::print(stderr, "\r{}: {} {}\x1b[K", work_, done_, unit_);
+    if (++done_ % step_shown != 0 || !visible_)
+        return;
+    fmt::print(stderr, "\r{}: {} {}\x1b[K", work_, done_, unit_);
+    progress_shown = true;
+}
+
+void clear_progress()
+{
+    if (progress_shown)
+        fmt::print(stderr, "\r\x1b[K");
+    progress_shown = false;
 }
 
 } // namespace terminal

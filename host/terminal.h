@@ -23,7 +23,8 @@ class Progress {
 public:
     /// @param work what is being done, "long.kyb"
     /// @param unit what is counted, "lines"
-    Progress(std::string work, std::string unit);
+    /// @param wanted false: the work shows by itself how far it has come
+    Progress(std::string work, std::string unit, bool wanted = true);
     ~Progress();
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
@@ -36,6 +37,9 @@ private:
     std::size_t done_ = 0;
     bool visible_;
 };
+
+/// Takes such a line away, for something else to be written to the terminal in its place.
+void clear_progress();
 
 } // namespace terminal
 
