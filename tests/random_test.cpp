@@ -52,6 +52,8 @@ void run(std::uint64_t seed, std::uint64_t operations)
     Twin twin(domain);
     std::vector<Step> since_power_on;
     for (std::uint64_t done = 0; done < operations; ++done) {
+        if (done % 1000 == 0)
+            ky_bridge_log_verbosity_level_set(done % 2000 == 0 ? 0 : 6); // silent, and with every line
         since_power_on.push_back(any_step(domain, below));
         const std::string findings = twin.run(since_power_on.back());
         if (!findings.empty()) {
@@ -64,6 +66,7 @@ void run(std::uint64_t seed, std::uint64_t operations)
             since_power_on.clear();
     }
     power_on(domain); // also stops the module
+    ky_bridge_log_verbosity_level_set(3);
 }
 
 std::uint64_t operations_to_do()
