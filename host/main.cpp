@@ -89,7 +89,7 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
 }
 
 struct CloseFile {
-    void operator()(std::FILE *file) const { std::fclose(file); }
+    void operator()(std::FILE *file) const { static_cast<void>(std::fclose(file)); }
 };
 
 int run(const Options &options)
@@ -120,9 +120,7 @@ int run(const Options &options)
     return verdict;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int run_command_line(int argc, char **argv)
 {
     CLI::App app("Loads the bridge module into a process with a stand-in SDK and drives it by scripts.",
                  "kybridge-host");
@@ -170,6 +168,18 @@ int main(int argc, char **argv)
         return app.exit(error) == 0 ? host::as_expected : host::wrong_script;
     } catch (const host::ModuleError &error) {
         fmt::print(stderr, "kybridge-host: {}\n", error.what());
+        return host::wrong_script;
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return run_command_line(argc, argv);
+    } catch (const std::exception &error) { // memory that is not to be had, output that cannot be written
+        static_cast<void>(std::fprintf(stderr, "kybridge-host: %s\n", error.what()));
         return host::wrong_script;
     }
 }
