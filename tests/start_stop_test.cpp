@@ -66,6 +66,18 @@ TEST_F(StartStopTest, ModesThatTheModuleDoesNotRunInAreRefused)
     EXPECT_EQ(bridge_db, nullptr);
 }
 
+// A start without parameters leaves the module in 802.1Q mode, until it is stopped like any other.
+TEST_F(StartStopTest, AStartWithoutParametersIsIn8021QMode)
+{
+    EXPECT_EQ(ky_bridge_init(nullptr), KY_STATUS_PARAM_ERROR);
+    EXPECT_EQ(take_lines(), Lines{"error: bridge_init_param parameter is NULL.\n"});
+    ASSERT_NE(bridge_db, nullptr);
+    ky_bridge_sdk_mode_t mode = KY_BRIDGE_SDK_MODE_HYBRID;
+    EXPECT_EQ(ky_bridge_mode_get(&mode), 0U);
+    EXPECT_EQ(mode, KY_BRIDGE_SDK_MODE_802_1Q);
+    EXPECT_EQ(take_services(), "utils_clr_memory_get");
+}
+
 // Each step of a start fails once: its own message and status come out, and its predecessors are undone in
 // reverse, past whatever else is refused. Afterwards the same device carries a good start.
 TEST_F(StartStopTest, AStartThatFailsUndoesWhatItDid)
