@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 /// A number from the environment. @param otherwise where it is not set
 inline std::uint64_t environment(const char *name, std::uint64_t otherwise)
@@ -12,8 +13,7 @@ inline std::uint64_t environment(const char *name, std::uint64_t otherwise)
     return text != nullptr ? std::strtoull(text, nullptr, 0) : otherwise;
 }
 
-/// Whether everything runs many times slower: under a sanitizer, or under valgrind, whose runs set
-/// KYBRIDGE_REDUCED_EFFORT.
+/// Whether everything runs many times slower: under a sanitizer, under valgrind, or where one says so.
 inline bool reduced_effort()
 {
 #if defined(__SANITIZE_ADDRESS__)
@@ -23,7 +23,9 @@ inline bool reduced_effort()
     return true;
 #endif
 #endif
-    return environment("KYBRIDGE_REDUCED_EFFORT", 0) != 0;
+    const char *const preloaded = std::getenv("LD_PRELOAD"); // valgrind loads a part of itself first
+    return (preloaded != nullptr && std::strstr(preloaded, "vgpreload") != nullptr) ||
+           environment("KYBRIDGE_REDUCED_EFFORT", 0) != 0;
 }
 
 #endif

@@ -273,8 +273,8 @@ Answer int_vlan_list(const State &state, const Operation &operation)
     if (operation.port != 0 && !state.ports.contains(operation.port))
         return {KY_STATUS_ENTRY_NOT_FOUND};
     std::vector<std::uint32_t> entries;
-    for (const auto &[key, int_vlan] : ordered)
-        entries.push_back(int_vlan);
+    std::transform(ordered.begin(), ordered.end(), std::back_inserter(entries),
+                   [](const auto &listed) { return listed.second; });
     return cut(std::move(entries), 1, operation.value);
 }
 

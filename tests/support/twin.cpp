@@ -163,8 +163,9 @@ std::string Twin::run_uncertain(const Step &step)
     std::vector<sdk::Call> failed;
     apply(step, failed);
     // A group whose destruction was refused is used again without its VLAN, which then cannot be taken out.
-    std::erase_if(sdk::device().violations,
-                  [](const std::string &text) { return text.find("acl_vlan_group_set: VLAN group") != text.npos; });
+    std::erase_if(sdk::device().violations, [](const std::string &text) {
+        return text.find("acl_vlan_group_set: VLAN group") != std::string::npos;
+    });
     std::string findings = check(false);
     if (--uncertain_ == 0 || step.operation.kind == Kind::stop)
         power_off_and_on();
