@@ -2,6 +2,7 @@
 // Then the same with any one service call refused, for as long as the time allows.
 #include <chrono>
 #include <deque>
+#include <map>
 #include <unordered_map>
 
 #include <gtest/gtest.h>
@@ -42,8 +43,9 @@ public:
             go(way);
             while (!is_explored(here_) && !testing::Test::HasFatalFailure()) {
                 const unsigned from = here_;
-                carry_out({operations_[nodes_[from].size()]});
-                nodes_[from].push_back(here_);
+                const unsigned number = nodes_[from].explored++;
+                carry_out({operations_[number]});
+                nodes_[from].lead_to.try_emplace(here_, number);
             }
         }
         std::printf("%zu states, %zu transitions\n", nodes_.size(), nodes_.size() * operations_.size());
@@ -75,7 +77,12 @@ public:
 private:
     using Way = std::vector<unsigned>; ///< numbers of operations
 
-    bool is_explored(unsigned node) const { return nodes_[node].size() == operations_.size(); }
+    struct Node {
+        unsigned explored = 0;                ///< how many operations have been carried out here
+        std::map<unsigned, unsigned> lead_to; ///< to other nodes, by an operation's number
+    };
+
+    bool is_explored(unsigned node) const { return nodes_[node].explored == operations_.size(); }
 
     /// The number of the state that the module is in, a new one where it was never seen.
     unsigned arrive()
@@ -128,8 +135,8 @@ private:
                     way.insert(way.begin(), from[node].second);
                 return true;
             }
-            for (unsigned number = 0; number < nodes_[node].size(); ++number)
-                if (const unsigned next = nodes_[node][number]; from[next].first == nowhere) {
+            for (const auto &[next, number] : nodes_[node].lead_to)
+                if (from[next].first == nowhere) {
                     from[next] = {node, number};
                     reached.push_back(next);
                 }
@@ -140,7 +147,7 @@ private:
     Twin twin_;
     std::vector<Operation> operations_;
     std::unordered_map<std::string, unsigned> numbers_; ///< of states, by all that is known of them
-    std::vector<std::vector<unsigned>> nodes_;          ///< by state: where each operation leads
+    std::vector<Node> nodes_;                           ///< by a state's number
     unsigned start_ = 0;
     unsigned here_ = 0;
     std::vector<Step> steps_; ///< since the power was switched on
