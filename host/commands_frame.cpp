@@ -175,7 +175,7 @@ Result show_counters(Host &host, const Arguments &)
 
 Result quit(Host &, const Arguments &)
 {
-    std::raise(SIGTERM); // the one way to end that the live loop waits for, and what ends a script as well
+    (void)std::raise(SIGTERM); // the one way to end that the live loop waits for, and what ends a script as well
     return {KY_STATUS_SUCCESS, "forwarding ends"};
 }
 

@@ -158,7 +158,7 @@ const Grammar::Part *Grammar::optional_part(const std::string &word, const Argum
     return value;
 }
 
-void Grammar::read_value(const Part &part, const std::string &word, const Names *names, Arguments &arguments) const
+void Grammar::read_value(const Part &part, const std::string &word, const Names *names, Arguments &arguments)
 {
     Arguments::Value value{word};
     switch (part.value->source) {

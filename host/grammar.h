@@ -99,7 +99,7 @@ private:
     };
 
     const Part *optional_part(const std::string &word, const Arguments &so_far) const;
-    void read_value(const Part &part, const std::string &word, const Names *names, Arguments &arguments) const;
+    static void read_value(const Part &part, const std::string &word, const Names *names, Arguments &arguments);
 
     std::vector<Part> parts_; ///< the required ones, then the optional ones
     bool takes_rest_ = false;

@@ -15,7 +15,7 @@ namespace {
 /// After everything that was printed before it.
 void complain(const std::string &text, std::FILE *out = stdout, std::FILE *err = stderr)
 {
-    std::fflush(out);
+    (void)std::fflush(out);
     terminal::clear_progress();
     fmt::print(err, "{}\n", terminal::has_colours(err) ? terminal::red(text) : text);
 }
@@ -66,7 +66,7 @@ void Log::write(const sdk::LogLine &line)
     text.erase(text.find_last_not_of(" \n") + 1);
     if (line.severity == KY_LOG_ERROR)
         errors.push_back(text);
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     terminal::clear_progress();
     fmt::print(file, "{}\n", text);
 }

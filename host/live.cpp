@@ -175,7 +175,7 @@ private:
         }
         while (const auto line = lines_.next_line())
             interpreter_.run_line(*line, "control");
-        std::fflush(host_.out);
+        (void)std::fflush(host_.out);
         host_.out = stdout;
         host_.err = stderr;
         return open;
@@ -208,7 +208,7 @@ void hold_signals()
 {
     const sigset_t signals = ending_signals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    std::signal(SIGPIPE, SIG_IGN); // a client that does not wait for its answers
+    (void)std::signal(SIGPIPE, SIG_IGN); // a client that does not wait for its answers
 }
 
 Verdict forward(Host &host, Interpreter &interpreter, const std::vector<std::string> &attachments,
@@ -221,7 +221,7 @@ Verdict forward(Host &host, Interpreter &interpreter, const std::vector<std::str
             host.software_switch,
             [](const std::string &notice) {
                 fmt::print("{}\n", notice);
-                std::fflush(stdout);
+                (void)std::fflush(stdout);
             },
             [&host](std::uint32_t log_port) { return host.names.port(log_port); });
         for (const std::string &attachment : attachments)
@@ -229,7 +229,7 @@ Verdict forward(Host &host, Interpreter &interpreter, const std::vector<std::str
         Control control(host, interpreter, control_path);
 
         fmt::print("forwarding between {} interfaces\n", attachments.size());
-        std::fflush(stdout);
+        (void)std::fflush(stdout);
         live.run(stop.get(), control.descriptor(), [&control] { return control.take(); });
         host.show(counters_screen(host));
         host.show(interfaces_screen(host, live.interfaces()));

@@ -74,14 +74,14 @@ void run_prompt(const Host &host, Interpreter &interpreter)
         read_history(file.c_str());
 
     fmt::print("Type commands, one a line; 'help' lists them, Tab completes, Ctrl-D ends.\n");
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     std::string last;
     while (const std::unique_ptr<char, Free> line{readline("kybridge> ")}) {
         if (*line != '\0' && last != line.get())
             add_history(line.get());
         last = line.get();
         interpreter.run_line(last, "that line");
-        std::fflush(stdout);
+        (void)std::fflush(stdout);
     }
     fmt::print("\n");
     if (!file.empty() && write_history(file.c_str()) != 0)

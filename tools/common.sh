@@ -27,6 +27,13 @@ configure()
     quietly "$top/$dir/configure.log" cmake -S "$top" -B "$top/$dir" "$@"
 }
 
+# What runs under sanitizers and what fuzzes are one build: most of both is the same code.
+configure_sanitized()
+{
+    CC=clang-14 CXX=clang++-14 configure build-asan -DKYBRIDGE_SANITIZE=address,undefined -DKYBRIDGE_TESTS=ON \
+        -DKYBRIDGE_FUZZ=ON
+}
+
 # build DIR [CMAKE-ARGUMENT...]
 build()
 {
