@@ -3,6 +3,8 @@ import os
 import pty
 import select
 import sys
+import termios
+import time
 
 HOST, HOME = sys.argv[1:]
 try:
@@ -31,6 +33,8 @@ def talk(environment, *lines):
 
     for number, line in enumerate(lines, 1):
         read_until(b"kybridge> ", number)
+        while termios.tcgetattr(terminal)[3] & termios.ICANON:  # the prompt shows a moment before keys are its own
+            time.sleep(0.001)
         os.write(terminal, line)
     read_until(b"left over: nothing", 1)
     _, status = os.waitpid(pid, 0)
