@@ -10,6 +10,7 @@ import contextlib
 import ctypes
 import os
 import select
+import shutil
 import signal
 import socket
 import struct
@@ -343,6 +344,8 @@ def why_not():
     """Why namespaces cannot be had here; empty: they can."""
     if os.geteuid() != 0:
         return "network namespaces need root"
+    if missing := [tool for tool in ("ip", "ping", "sysctl") if not shutil.which(tool)]:
+        return f"not installed: {', '.join(missing)}"
     probe = namespace("probe")
     try:
         run("ip", "netns", "add", probe)
