@@ -19,31 +19,14 @@
 #include <fmt/format.h>
 
 #include "host/screens.h"
+#include "sim/descriptor.h"
 #include "sim/live.h"
 
 namespace host {
 
 namespace {
 
-/// A file descriptor that is closed with its owner.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    void reset(int descriptor = -1)
-    {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-        descriptor_ = descriptor;
-    }
-    int get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
+using sim::Descriptor;
 
 /// @throws std::runtime_error with the system's reason, when a call answered with -1
 int checked(int answer, std::string_view what)

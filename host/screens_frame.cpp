@@ -11,6 +11,19 @@ namespace {
 
 using enum Table::Align;
 
+const char *name(sim::Live::State state)
+{
+    switch (state) {
+    case sim::Live::State::up:
+        return "up";
+    case sim::Live::State::down:
+        return "down";
+    case sim::Live::State::gone:
+        return "gone";
+    }
+    return "";
+}
+
 /// "3 discarding, 1 runt"; empty: none.
 std::string drops(const std::array<std::uint64_t, sim::drop_count> &counts)
 {
@@ -63,7 +76,7 @@ Table interfaces_screen(const Host &host, const std::vector<sim::Live::Interface
                                {"REFUSED", right}});
     for (const sim::Live::Interface &interface : interfaces) {
         const sim::InterfaceCounters &counters = interface.counters;
-        table.add({host.names.port(interface.port), interface.name, interface.up ? "up" : "gone",
+        table.add({host.names.port(interface.port), interface.name, name(interface.state),
                    fmt::format("{}", counters.received), fmt::format("{}", counters.cut),
                    fmt::format("{}", counters.truncated), fmt::format("{}", counters.missed),
                    fmt::format("{}", counters.sent), fmt::format("{}", counters.refused)});

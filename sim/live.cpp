@@ -8,10 +8,13 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <pcap/pcap.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include "sim/offload.h"
 
@@ -57,6 +60,18 @@ PcapHandle open_interface(const std::string &name)
     return handle;
 }
 
+/// libpcap alone does not do: it misses a removal when it has looked between the interface's going down and away.
+int open_link_events()
+{
+    const int events = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_LINK;
+    if (events < 0 || bind(events, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        throw std::runtime_error(fmt::format("cannot watch the interfaces: {}", std::strerror(errno)));
+    return events;
+}
+
 std::size_t read_mtu(pcap_t *handle, const std::string &name)
 {
     ifreq request{};
@@ -70,12 +85,14 @@ std::size_t read_mtu(pcap_t *handle, const std::string &name)
 
 struct Live::Attachment {
     Interface interface;
+    unsigned int index; ///< the kernel's number of the interface, which no later one of the same name has
     Live *live;
     PcapHandle handle; ///< empty when the interface went away
 };
 
 Live::Live(Switch &forwarder, std::function<void(const std::string &)> notice, PortNames names)
-    : switch_(forwarder), notice_(std::move(notice)), names_(std::move(names)), mtu_(mtu_max)
+    : switch_(forwarder), notice_(std::move(notice)), names_(std::move(names)), link_events_(open_link_events()),
+      mtu_(mtu_max)
 {
 }
 
@@ -90,16 +107,18 @@ void Live::attach(std::uint32_t port, const std::string &interface)
             fail(interface, fmt::format("it is attached to port {}", names_(other.interface.port)));
     }
     PcapHandle handle = open_interface(interface);
+    const unsigned int index = if_nametoindex(interface.c_str());
     mtu_ = std::min(mtu_, read_mtu(handle.get(), interface));
-    attachments_.push_back({{.port = port, .name = interface}, this, std::move(handle)});
+    attachments_.push_back({{.port = port, .name = interface}, index, this, std::move(handle)});
 }
 
 void Live::run(int stop_fd, int control_fd, const std::function<bool()> &on_control)
 {
     std::vector<pollfd> waiting;
-    std::vector<Attachment *> owners; // of the descriptors behind the first two
+    std::vector<Attachment *> owners; // of the descriptors behind the first three
     for (;;) {
-        waiting.assign({{stop_fd, POLLIN, 0}, {control_fd, POLLIN, 0}}); // poll skips a descriptor of -1
+        // poll skips a descriptor of -1
+        waiting.assign({{stop_fd, POLLIN, 0}, {control_fd, POLLIN, 0}, {link_events_.get(), POLLIN, 0}});
         owners.clear();
         for (Attachment &attachment : attachments_) {
             if (attachment.handle == nullptr)
@@ -118,16 +137,21 @@ void Live::run(int stop_fd, int control_fd, const std::function<bool()> &on_cont
         if (waiting[1].revents != 0 && !on_control())
             control_fd = -1;
         for (std::size_t i = 0; i < owners.size(); ++i) {
-            if (waiting[i + 2].revents != 0)
+            if (waiting[i + 3].revents != 0 && owners[i]->handle != nullptr)
                 read(*owners[i]);
         }
+        if (waiting[2].revents != 0)
+            follow_links();
     }
 }
 
 void Live::read(Attachment &from)
 {
-    if (pcap_dispatch(from.handle.get(), burst, on_frame, reinterpret_cast<u_char *>(&from)) < 0)
-        detach(from, pcap_geterr(from.handle.get()));
+    if (pcap_dispatch(from.handle.get(), burst, on_frame, reinterpret_cast<u_char *>(&from)) >= 0)
+        return;
+    const std::string reason = pcap_geterr(from.handle.get());
+    follow_links(); // which tells it best when the interface is gone
+    set_state(from, State::gone, "failed: " + reason);
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): pcap_handler
@@ -168,13 +192,37 @@ void Live::forward(Attachment &from, BytesView frame)
     }
 }
 
-void Live::detach(Attachment &lost, const std::string &reason)
+/// An event only says that something has changed, and some may have been lost: every interface is asked.
+void Live::follow_links()
 {
-    lost.interface.up = false;
-    lost.handle.reset();
-    switch_.set_link(lost.interface.port, false);
-    notice_(fmt::format("port {} is down: interface {} went away ({})", names_(lost.interface.port),
-                        lost.interface.name, reason));
+    std::array<char, 8192> event{};
+    while (recv(link_events_.get(), event.data(), event.size(), 0) > 0 || errno == ENOBUFS || errno == EINTR) {
+    }
+    for (Attachment &attachment : attachments_) {
+        ifreq request{};
+        if (attachment.handle == nullptr)
+            continue;
+        if (if_indextoname(attachment.index, request.ifr_name) == nullptr ||
+            ioctl(pcap_fileno(attachment.handle.get()), SIOCGIFFLAGS, &request) != 0)
+            set_state(attachment, State::gone, "went away");
+        else if ((request.ifr_flags & IFF_UP) != 0)
+            set_state(attachment, State::up, "came up");
+        else
+            set_state(attachment, State::down, "went down");
+    }
+}
+
+void Live::set_state(Attachment &attachment, State state, std::string_view reason)
+{
+    Interface &interface = attachment.interface;
+    if (interface.state == state)
+        return;
+    interface.state = state;
+    switch_.set_link(interface.port, state == State::up);
+    notice_(fmt::format("port {} is {}: interface {} {}", names_(interface.port), state == State::up ? "up" : "down",
+                        interface.name, reason));
+    if (state == State::gone)
+        attachment.handle.reset();
 }
 
 std::vector<Live::Interface> Live::interfaces() const

@@ -11,8 +11,10 @@
 #include <functional>
 #include <list>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "sim/descriptor.h"
 #include "sim/pcap_handle.h"
 #include "sim/switch.h"
 #include "sim/trace.h"
@@ -33,14 +35,17 @@ struct InterfaceCounters {
 
 class Live {
 public:
+    enum class State : std::uint8_t { up, down, gone };
+
     struct Interface {
         std::uint32_t port = 0; ///< logical port
         std::string name;
-        bool up = true; ///< false: it went away
+        State state = State::up; ///< the port's link is up with its interface only
         InterfaceCounters counters{};
     };
 
-    /// @param notice takes a line for the person in front, without line end, when an interface goes away
+    /// @param notice takes a line for the person in front, without line end, when an interface goes down, up
+    ///               or away
     Live(Switch &forwarder, std::function<void(const std::string &)> notice, PortNames names = port_number);
     ~Live();
     Live(const Live &) = delete;
@@ -66,11 +71,13 @@ private:
     void receive(Attachment &from, BytesView frame);
     void forward(Attachment &from, BytesView frame);
     void read(Attachment &from);
-    void detach(Attachment &lost, const std::string &reason);
+    void follow_links();
+    void set_state(Attachment &attachment, State state, std::string_view reason);
 
     Switch &switch_;
     std::function<void(const std::string &)> notice_;
     PortNames names_;
+    Descriptor link_events_; ///< readable: an interface of this machine has changed
     std::list<Attachment> attachments_;
     std::size_t mtu_; ///< smallest of the attached interfaces, in bytes of an IP packet
     Bytes scratch_;   ///< the frame that is being finished

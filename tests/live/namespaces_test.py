@@ -325,19 +325,35 @@ def tcp_transfer(start):
     assert received == size, f"{received} bytes arrived"
 
 
-def interface_goes_away(start):
-    """A lost interface takes its port down with a notice, and nothing else."""
+def interfaces_come_and_go(start):
+    """An interface that goes down or away takes its port with it, with a notice, and nothing else."""
     switch = start(untagged_bridge("a", "b", "c"))
+    assert ping("a", "10.0.0.3") == 3
+    run("ip", "-n", namespace("sw"), "link", "set", "pc", "down")
     assert ping("a", "10.0.0.2") == 3
+    assert ", down" in switch("show ports"), "the port is still up"
+    run("ip", "-n", namespace("sw"), "link", "set", "pc", "up")
+    assert ping("a", "10.0.0.3") == 3
     run("ip", "-n", namespace("sw"), "link", "del", "pc")
     assert ping("a", "10.0.0.2") == 3
     assert "verified" in switch("verify")
     rest = switch.stop(signal.SIGINT)
-    assert "pc" in rest and "gone" in rest, rest
+    notices = [line.split("pc ")[1] for line in rest.splitlines() if line.startswith("port c is ")]
+    assert notices[:2] == ["went down", "came up"] and notices[-1] == "went away", rest
+    assert "gone" in rest, rest
+
+
+def example(start):
+    """The example says what it does, and leaves no namespace behind."""
+    script = os.path.join(os.path.dirname(__file__), "../../examples/live-ping.sh")
+    process = subprocess.Popen([script, sys.argv[1]], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    output = process.communicate(timeout=30)[0]
+    assert process.returncode == 0 and "3 received" in output, output
+    assert f"kybridge-{process.pid}" not in run("ip", "netns", "list").stdout
 
 
 CASES = [pings_in_a_bridge, bridges_do_not_leak, flooding_and_learning, discarding_passes_nothing,
-         changes_elsewhere_lose_nothing, tcp_transfer, interface_goes_away]
+         changes_elsewhere_lose_nothing, tcp_transfer, interfaces_come_and_go, example]
 
 
 def why_not():
