@@ -60,7 +60,7 @@ if(KYBRIDGE_HOST)
   install_compressed(docs/kybridge-host.1 kybridge-host.1.gz
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
   install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kybridge-host/examples COMPONENT host
-    FILES_MATCHING PATTERN *.kyb PATTERN expected EXCLUDE)
+    USE_SOURCE_PERMISSIONS FILES_MATCHING PATTERN *.kyb PATTERN *.sh PATTERN expected EXCLUDE)
 endif()
 
 # ---- Debian packages ------------------------------------------------------------------------------------

@@ -136,7 +136,8 @@ int run_command_line(int argc, char **argv)
     app.add_option("--attach", options.attachments,
                    "PORT=INTERFACE: after the scripts, forward real frames between the attached interfaces until "
                    "SIGINT or SIGTERM; commands are taken from standard input meanwhile")
-        ->type_name("PORT=INTERFACE");
+        ->type_name("PORT=INTERFACE")
+        ->allow_extra_args(false); // what stands behind it is a FILE
     app.add_option("--control", options.control,
                    "With --attach: take commands from clients of this Unix socket instead")
         ->needs("--attach");
