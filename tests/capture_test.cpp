@@ -96,24 +96,38 @@ TEST_F(CaptureTest, EveryPortGetsItsFramesWithTheirTimes)
     }
 }
 
-TEST_F(CaptureTest, ReadsMicrosecondsAndCountsFramesThatWereCutShort)
+TEST_F(CaptureTest, ReadsBothFormatsAndCountsFramesThatWereCutShort)
 {
     // Two frames of 64 bytes with their times in microseconds; of the second only 20 bytes were kept.
     const Bytes frame = build(tagged, Bytes(46));
-    std::vector<std::uint32_t> body(16);
-    std::memcpy(body.data(), frame.data(), 64);
-    std::vector<std::uint32_t> pcap{pcap_magic, 0x00040002, 0, 0, 65535, ethernet, 1700000000, 5, 64, 64};
-    pcap.insert(pcap.end(), body.begin(), body.end());
-    pcap.insert(pcap.end(), {1700000000, 6, 20, 64});
-    pcap.insert(pcap.end(), body.begin(), body.begin() + 5);
+    std::vector<std::uint32_t> whole(16);
+    std::memcpy(whole.data(), frame.data(), 64);
+    const std::vector<std::uint32_t> cut(whole.begin(), whole.begin() + 5);
+    std::vector<std::uint32_t> pcap{pcap_magic, 0x00040002, 0, 0, 65535, ethernet};
+    // A section and an interface: type, length, contents, length again; so are the frames' blocks.
+    std::vector<std::uint32_t> pcapng{0x0A0D0D0A, 28, 0x1A2B3C4D, 1,        0xFFFFFFFF, 0xFFFFFFFF,
+                                      28,         1,  20,         ethernet, 0,          20};
+    constexpr std::uint64_t start = 1700000000;
+    for (const auto &[kept, microseconds] : {std::pair(whole, 5U), std::pair(cut, 6U)}) {
+        const auto size = static_cast<std::uint32_t>(kept.size() * 4);
+        const std::uint64_t time = start * 1000000 + microseconds;
+        pcap.insert(pcap.end(), {start, microseconds, size, 64});
+        pcapng.insert(pcapng.end(), {6, 32 + size, 0, static_cast<std::uint32_t>(time >> 32),
+                                     static_cast<std::uint32_t>(time), size, 64});
+        for (auto *const file : {&pcap, &pcapng})
+            file->insert(file->end(), kept.begin(), kept.end());
+        pcapng.push_back(32 + size);
+    }
 
-    const Replay result = replay_into_1(write_words("in.pcap", pcap));
-    EXPECT_EQ(result.frames, 2U);
-    EXPECT_EQ(result.cut_short, 1U);
-    EXPECT_EQ(result.out.at(2), 1U);
-    CapturedFrame read;
-    ASSERT_TRUE(CaptureReader(file("2")).next(read));
-    EXPECT_EQ(read.time, (Timestamp{1700000000, 5000}));
+    for (const auto &words : {pcap, pcapng}) {
+        const Replay result = replay_into_1(write_words("in", words));
+        EXPECT_EQ(result.frames, 2U);
+        EXPECT_EQ(result.cut_short, 1U);
+        EXPECT_EQ(result.out.at(2), 1U);
+        CapturedFrame read;
+        ASSERT_TRUE(CaptureReader(file("2")).next(read));
+        EXPECT_EQ(read.time, (Timestamp{start, 5000}));
+    }
 }
 
 TEST_F(CaptureTest, TellsWhatItCannotReadOrWrite)
