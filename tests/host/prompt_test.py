@@ -1,7 +1,9 @@
-"""A person at the prompt: prompt_test.py HOST HOME. Completion, colours and the history, with and without NO_COLOR."""
+"""A person at a terminal: prompt_test.py HOST HOME. Completion, colours and the history at the prompt, with and without
+NO_COLOR, and how far a long script has come."""
 import os
 import pty
 import select
+import subprocess
 import sys
 import termios
 import time
@@ -52,3 +54,11 @@ with open(os.path.join(HOME, ".kybridge_history"), encoding="ascii") as history:
     assert "announce" in history.read()
 shown = talk({"NO_COLOR": "1"}, *LINES)
 assert b"\x1b[31m" not in shown and b"\x1b[1m" not in shown and b"unknown command 'bogus'" in shown, shown
+
+terminal, errors = pty.openpty()
+script = os.path.join(HOME, "long.kyb")
+with open(script, "w", encoding="ascii") as file:
+    file.write("say hello\n" * 2500)
+subprocess.run([HOST, script], stdout=subprocess.DEVNULL, stderr=errors, check=True)
+shown = os.read(terminal, 4096)
+assert b": 2000 lines" in shown and shown.endswith(b"\r\x1b[K"), shown
