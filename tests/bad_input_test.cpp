@@ -52,6 +52,12 @@ protected:
             text += line;
         EXPECT_EQ(text, request.log);
         EXPECT_EQ(take_services(), request.services);
+
+        ky_bridge_log_verbosity_level_set(0); // the same again, without a word
+        EXPECT_EQ(request.call(out), request.status);
+        EXPECT_EQ(take_lines(), std::vector<std::string>{});
+        ky_bridge_log_verbosity_level_set(5);
+        EXPECT_EQ(out, Out());
         EXPECT_EQ(device.snapshot(), hardware);
     }
 };
