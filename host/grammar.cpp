@@ -77,7 +77,7 @@ std::string Kind::choices(std::size_t most) const
     if (source == Source::port || source == Source::bridge)
         choices.emplace_back("its name");
     if (source != Source::words)
-        choices.push_back(max == UINT32_MAX ? "a number" : fmt::format("a number up to {}", max));
+        choices.push_back(max == UINT32_MAX && !choices.empty() ? "a number" : fmt::format("a number up to {}", max));
 
     const std::string last = choices.back();
     choices.pop_back();

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include <unistd.h>
 
@@ -92,6 +93,15 @@ struct CloseFile {
     void operator()(std::FILE *file) const { static_cast<void>(std::fclose(file)); }
 };
 
+/// @throws std::system_error when something that was printed is lost
+void expect_written(std::FILE *file, const std::string &name)
+{
+    if (std::fflush(file) != 0)
+        throw std::system_error(errno, std::generic_category(), name);
+    if (std::ferror(file) != 0) // an earlier write failed, for a reason that is forgotten
+        throw std::system_error(EIO, std::generic_category(), name);
+}
+
 int run(const Options &options)
 {
     const Verdict wrong = check_files(options.files);
@@ -117,6 +127,8 @@ int run(const Options &options)
     Interpreter interpreter(host, options.keep_going);
     const Verdict verdict = run_files(host, interpreter, options);
     host.device.log = nullptr;
+    if (log_file)
+        expect_written(log_file.get(), options.log);
     return verdict;
 }
 
@@ -132,7 +144,8 @@ int run_command_line(int argc, char **argv)
                    "loads into this one");
     app.add_option("--log", options.log, "File for the module's log, - for standard output; by default standard error");
     app.add_option("--verbosity", options.verbosity,
-                   "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces");
+                   "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces")
+        ->check(CLI::Range(0, 6));
     app.add_option("--attach", options.attachments,
                    "PORT=INTERFACE: after the scripts, forward real frames between the attached interfaces until "
                    "SIGINT or SIGTERM; commands are taken from standard input meanwhile")
@@ -178,7 +191,9 @@ int run_command_line(int argc, char **argv)
 int main(int argc, char **argv)
 {
     try {
-        return run_command_line(argc, argv);
+        const int exit_status = run_command_line(argc, argv);
+        expect_written(stdout, "standard output");
+        return exit_status;
     } catch (const std::exception &error) { // memory that is not to be had, output that cannot be written
         static_cast<void>(std::fprintf(stderr, "kybridge-host: %s\n", error.what()));
         return host::wrong_script;

@@ -84,6 +84,13 @@ assert vports == {"title": "virtual ports", "rows": [
 assert "note" in rules and [row["NEW VLAN"] for row in rules["rows"]] == ["1", "100"], rules
 ' || exit 1
 
+    # Output that cannot be written is no success.
+    run 2 --log /dev/full "$work/screens.kyb"
+    says "/dev/full: No space left on device"
+    "$host" --log "$work/log" "$work/screens.kyb" >/dev/full 2>"$work/out" </dev/null
+    [ $? -eq 2 ] || { echo "output was lost and nobody said so"; exit 1; }
+    says "standard output: No space left on device"
+
     # The doctor, on the module and on what is none; a person at a terminal.
     run 0 --doctor "$4"
     says "supplies acl_bind_port, "
