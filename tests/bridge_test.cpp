@@ -91,7 +91,7 @@ TEST_F(BridgeTest, ABridgeInUseIsNotDestroyed)
     ky_bridge_log_verbosity_level_set(5);
     forget();
     EXPECT_EQ(ky_bridge_ref_cnt_decrease(internal), 0U);
-    EXPECT_EQ(take_log(), Lines{"ky_bridge_ref_cnt_decrease: bridge 1) ref count is already zero.\n"});
+    EXPECT_EQ(take_log(), Lines{"debug: ky_bridge_ref_cnt_decrease: bridge 1) ref count is already zero.\n"});
     EXPECT_EQ(destroy_bridge(internal, 1), 0U);
 }
 

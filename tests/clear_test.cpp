@@ -84,7 +84,7 @@ TEST_F(ClearTest, AnUnknownPortIsNoError)
     EXPECT_EQ(ky_bridge_clear_port(port_a, 1), 0U);
     EXPECT_EQ(take_log(), Lines());
     EXPECT_EQ(ky_bridge_clear_port(port_a, 0), 0U);
-    EXPECT_EQ(take_log(), Lines{"ky_bridge_clear_port: __bridge_db_get_log_port failed when clearing "
+    EXPECT_EQ(take_log(), Lines{"debug: ky_bridge_clear_port: __bridge_db_get_log_port failed when clearing "
                                 "port(0x00010001).\n"});
 }
 

@@ -126,8 +126,8 @@ TEST_F(LogTest, TheTraceNestsAsTheStepsDo)
     ASSERT_EQ(start(), KY_STATUS_ERROR);
     std::string trace;
     for (const std::string &line : take_log())
-        trace += std::regex_replace(line, std::regex(R"((\w+): \1: (\[|\])\n)"), "$1$2 ");
-    EXPECT_EQ(trace, "ky_bridge_init[ SDK initiates in 802.1D mode\n"
+        trace += std::regex_replace(line, std::regex(R"(trace: (\w+): \1: (\[|\])\n)"), "$1$2 ");
+    EXPECT_EQ(trace, "ky_bridge_init[ notice: SDK initiates in 802.1D mode\n"
                      "__bridge_db_init[ __bridge_db_init] __allocate_region[ __allocate_region] "
                      "__allocate_egress_regions[ __allocate_region[ Failed to set region with size (8).\n"
                      "__allocate_region] Failed to allocate egress region.\n__allocate_egress_regions] "

@@ -108,10 +108,12 @@ TEST_F(RulesTest, ABridgesEgressRuleIsWrittenForItsFirstUserAndDeletedWithItsLas
     ASSERT_EQ(add(1, port_a, 100), 0U);
     EXPECT_EQ(take_log(), Lines());
     ASSERT_EQ(add(1, port_b, 100), 0U);
-    EXPECT_EQ(take_log(), Lines{"__bridge_create_homogenous_egress_acl_rule: Bridge already has a rule in egress ACL "
-                                "region.\n"});
+    EXPECT_EQ(take_log(),
+              Lines{"debug: __bridge_create_homogenous_egress_acl_rule: Bridge already has a rule in egress ACL "
+                    "region.\n"});
     ASSERT_EQ(remove(1, port_b, 100), 0U);
-    EXPECT_EQ(take_log(), Lines{"__bridge_remove_homogenous_egress_acl_rule: Bridges ACL region is still in use.\n"});
+    EXPECT_EQ(take_log(),
+              Lines{"debug: __bridge_remove_homogenous_egress_acl_rule: Bridges ACL region is still in use.\n"});
     ASSERT_EQ(add(1, port_b, 100) | remove(1, port_a, 100), 0U);
     expect_consistent();
     forget();
@@ -152,8 +154,8 @@ TEST_F(RulesTest, APortIsBoundToTheEgressAclFromItsFirstToItsLastVirtualPort)
     ASSERT_EQ(remove(2, port_a, 20), 0U);
     expect_consistent();
     EXPECT_EQ(__bridge_unbind_port_eacl(&bridge_db->egress_region, port_record(port_a)), KY_STATUS_PARAM_ERROR);
-    EXPECT_EQ(take_log(), (Lines{"__bridge_bind_port_eacl: Port already bound to eACL region.\n",
-                                 "__bridge_unbind_port_eacl: Port still belongs to a bridge.\n",
+    EXPECT_EQ(take_log(), (Lines{"debug: __bridge_bind_port_eacl: Port already bound to eACL region.\n",
+                                 "debug: __bridge_unbind_port_eacl: Port still belongs to a bridge.\n",
                                  "Trying to unbind port(0x00010001) from eACL bound count==0.\n"}));
 }
 

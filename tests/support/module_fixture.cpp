@@ -74,28 +74,27 @@ ky_status_t ModuleTest::remove(std::uint16_t bridge_id, std::uint32_t log_port, 
     return ky_bridge_port_set(KY_ACCESS_CMD_DELETE, bridge_id, log_port, vlan, egress_mode, is_internal);
 }
 
-std::vector<std::string> ModuleTest::take_log()
-{
-    static const std::regex position(R"(^[a-z_]+\.cpp\[\d+\]- )");
-    std::vector<std::string> texts;
-    for (const sdk::LogLine &line : log)
-        texts.push_back(std::regex_replace(line.text, position, ""));
-    log.clear();
-    return texts;
-}
-
 std::vector<std::string> ModuleTest::take_lines()
 {
     static const std::map<std::uint32_t, std::string> names = {{KY_LOG_ERROR, "error: "},
                                                                {KY_LOG_NOTICE, "notice: "},
                                                                {KY_LOG_DEBUG, "debug: "},
                                                                {KY_LOG_FUNCTION_TRACE, "trace: "}};
+    static const std::regex position(R"(^[a-z_]+\.cpp\[\d+\]- )");
     std::vector<std::string> lines;
     for (const sdk::LogLine &line : log)
-        lines.push_back(names.at(line.severity));
-    const std::vector<std::string> texts = take_log();
-    for (std::size_t at = 0; at < texts.size(); ++at)
-        lines[at] += texts[at];
+        lines.push_back(names.at(line.severity) + std::regex_replace(line.text, position, ""));
+    log.clear();
+    return lines;
+}
+
+std::vector<std::string> ModuleTest::take_log()
+{
+    const std::string_view error = "error: ";
+    std::vector<std::string> lines = take_lines();
+    for (std::string &line : lines)
+        if (line.starts_with(error))
+            line.erase(0, error.size());
     return lines;
 }
 

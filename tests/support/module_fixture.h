@@ -47,11 +47,11 @@ protected:
     static bridge_db_bridge_t *bridge_record(std::uint16_t bridge_id) { return bridge_db->bridge_map.find(bridge_id); }
     static bridge_db_log_port_t *port_record(std::uint32_t log_port) { return bridge_db->log_port_map.find(log_port); }
 
-    /// Messages of the log since the last call, one string a line, as they were written; debug and trace
-    /// lines without file and line number. Forgets them.
-    std::vector<std::string> take_log();
-    /// As take_log, each line after its severity: "error: ", "notice: ", "debug: " or "trace: ".
+    /// Lines of the log since the last call, each after its severity ("error: ", "notice: ", "debug: " or
+    /// "trace: "), as they were written; debug and trace lines without file and line number. Forgets them.
     std::vector<std::string> take_lines();
+    /// As take_lines, errors without their "error: ".
+    std::vector<std::string> take_log();
     /// The calls since the last time, described; forgets them.
     static std::vector<std::string> take_calls();
     /// Only the names of the services called, joined by blanks; forgets them.
@@ -62,7 +62,7 @@ protected:
     /// Fails the test for every disagreement of database and hardware.
     static void expect_consistent();
 
-    std::vector<sdk::LogLine> log; ///< everything that was logged since the last take_log
+    std::vector<sdk::LogLine> log; ///< everything that was logged since the last take_lines
     sdk::Device &device = sdk::device();
 };
 
