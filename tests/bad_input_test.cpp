@@ -56,6 +56,14 @@ protected:
         ky_bridge_log_verbosity_level_set(0); // the same again, without a word
         EXPECT_EQ(request.call(out), request.status);
         EXPECT_EQ(take_lines(), std::vector<std::string>{});
+        ky_bridge_log_verbosity_level_set(6); // and within the trace of its function
+        EXPECT_EQ(request.call(out), request.status);
+        const std::string function = request.text.substr(0, request.text.find('('));
+        const std::vector<std::string> lines = take_lines();
+        if (function != "ky_bridge_mode_get") { // which has none
+            EXPECT_EQ(lines.front(), "trace: " + function + ": " + function + ": [\n");
+            EXPECT_EQ(lines.back(), "trace: " + function + ": " + function + ": ]\n");
+        }
         ky_bridge_log_verbosity_level_set(5);
         EXPECT_EQ(out, Out());
         EXPECT_EQ(device.snapshot(), hardware);

@@ -1,6 +1,7 @@
 // The bridge database alone: the sizes that it accepts, pools that could not be built, and the operations on
 // its records, called as the module's own units call them.
 #include <algorithm>
+#include <tuple>
 
 #include "support/module_fixture.h"
 #include "support/pools.h"
@@ -85,6 +86,59 @@ TEST_F(DbTest, APoolThatCouldNotBeBuiltIsAnExhaustedOne)
         EXPECT_EQ(ky_bridge_deinit(), 0U);
         EXPECT_EQ(pools::built(), 0U);
     }
+}
+
+// A record serves many lives, and nothing of one may show in the next.
+TEST_F(DbTest, RecordsAreClearedWhenTheyAreFreedAndWhenTheyAreTaken)
+{
+    const auto expect_clear = [](const bridge_db_bridge_t &bridge) {
+        EXPECT_EQ(std::tuple(bridge.int_vlan, bridge.ref_cnt, bridge.is_internal, bridge.egress_rule_ref_cnt),
+                  std::tuple(0, 0, 0, 0));
+        EXPECT_EQ(std::tuple(bridge.acl_bound[0], bridge.acl_bound[1], bridge.vlan_group), std::tuple(0, 0, 0xFFFF));
+        EXPECT_EQ(bridge.egress_offset, nullptr);
+    };
+    bridge_acl_offset_t offset = {};
+    ASSERT_EQ(start(), 0U);
+    bridge_db_bridge_t *const bridge = alloc_bridge();
+    const auto use = [&] {
+        bridge->int_vlan = 7;
+        bridge->ref_cnt = bridge->is_internal = bridge->egress_rule_ref_cnt = bridge->learning_mode = 7;
+        bridge->acl_bound[0] = bridge->acl_bound[1] = 7;
+        bridge->vlan_group = 7;
+        bridge->egress_offset = &offset;
+    };
+    use();
+    EXPECT_EQ(__bridge_db_free_bridge(bridge), 0U);
+    expect_clear(*bridge);
+    use();
+    EXPECT_EQ(alloc_bridge(), bridge);
+    expect_clear(*bridge);
+    EXPECT_EQ(bridge->learning_mode, 0U);
+
+    EXPECT_EQ(__bridge_db_alloc_int_vlan(bridge), 0U);
+    bridge_db_int_vlan_t *const int_vlan = bridge_db->int_vlan_map.first();
+    EXPECT_EQ(__bridge_db_free_int_vlan(&bridge->int_vlan), 0U);
+    EXPECT_EQ(int_vlan->bridge_id, 0);
+    EXPECT_EQ(__bridge_db_free_int_vlan(&bridge->int_vlan), KY_STATUS_ENTRY_NOT_FOUND);
+
+    bridge_db_virtual_port_t *const vport = alloc_virtual_port(bridge, port_a, 100);
+    vport->egress_mode = 1;
+    vport->ingress_offset = vport->egress_offset = &offset;
+    EXPECT_EQ(__bridge_db_free_virtual_port(vport, bridge), 0U);
+    EXPECT_EQ(std::tuple(vport->bridge_id, vport->log_port, vport->vlan, vport->egress_mode), std::tuple(0, 0, 0, 0));
+    EXPECT_TRUE(vport->ingress_offset == nullptr && vport->egress_offset == nullptr);
+    vport->ingress_offset = vport->egress_offset = &offset;
+    EXPECT_EQ(alloc_virtual_port(bridge, port_a, 100), vport);
+    EXPECT_TRUE(vport->ingress_offset == nullptr && vport->egress_offset == nullptr);
+    EXPECT_EQ(__bridge_db_free_virtual_port(vport, bridge), 0U);
+
+    bridge_db_log_port_t *port = nullptr;
+    ASSERT_EQ(__bridge_db_alloc_log_port(port_a, 5, &port), 0U);
+    port->eacl_bound_cnt = 7;
+    port->eacl_region = &bridge_db->egress_region;
+    EXPECT_EQ(__bridge_db_free_log_port(port_a), 0U);
+    EXPECT_EQ(std::tuple(port->log_port, port->swid, port->eacl_bound_cnt), std::tuple(0, 0, 0));
+    EXPECT_TRUE(port->eacl_region == nullptr && port->vlan_ref_cnt == nullptr);
 }
 
 // A bridge has one virtual port of a logical port: the same port with another VLAN is a miss that says so.

@@ -124,15 +124,54 @@ TEST_F(LogTest, TheTraceNestsAsTheStepsDo)
     ky_bridge_log_verbosity_level_set(6);
     device.faults.fail(Service::acl_region_set, 2, KY_STATUS_ERROR);
     ASSERT_EQ(start(), KY_STATUS_ERROR);
-    std::string trace;
-    for (const std::string &line : take_log())
-        trace += std::regex_replace(line, std::regex(R"(trace: (\w+): \1: (\[|\])\n)"), "$1$2 ");
-    EXPECT_EQ(trace, "ky_bridge_init[ notice: SDK initiates in 802.1D mode\n"
-                     "__bridge_db_init[ __bridge_db_init] __allocate_region[ __allocate_region] "
-                     "__allocate_egress_regions[ __allocate_region[ Failed to set region with size (8).\n"
-                     "__allocate_region] Failed to allocate egress region.\n__allocate_egress_regions] "
-                     "__deallocate_region[ __deallocate_region] __bridge_db_deinit[ __bridge_db_deinit] "
-                     "ky_bridge_init] ");
+    const auto take_trace = [this] {
+        std::string trace;
+        for (const std::string &line : take_log())
+            trace += std::regex_replace(line, std::regex(R"(trace: (\w+): \1: (\[|\])\n)"), "$1$2 ");
+        return trace;
+    };
+    EXPECT_EQ(take_trace(), "ky_bridge_init[ notice: SDK initiates in 802.1D mode\n"
+                            "__bridge_db_init[ __bridge_db_init] __allocate_region[ __allocate_region] "
+                            "__allocate_egress_regions[ __allocate_region[ Failed to set region with size (8).\n"
+                            "__allocate_region] Failed to allocate egress region.\n__allocate_egress_regions] "
+                            "__deallocate_region[ __deallocate_region] __bridge_db_deinit[ __bridge_db_deinit] "
+                            "ky_bridge_init] ");
+
+    ASSERT_EQ(start(), 0U);
+    forget();
+    announce(port_a);
+    const std::uint16_t bridge_id = create_bridge();
+    EXPECT_EQ(take_trace(), "__bridge_port_add_swid_callbacks[ __bridge_db_alloc_log_port[ __bridge_db_alloc_log_port] "
+                            "__bridge_bind_port_to_acl[ __bridge_bind_port_to_acl] __bridge_port_add_swid_callbacks] "
+                            "ky_bridge_set[ __bridge_db_alloc_bridge[ __bridge_db_alloc_bridge] "
+                            "__bridge_db_alloc_int_vlan[ __bridge_db_alloc_int_vlan] "
+                            "__bridge_update_rstp_state[ __bridge_update_rstp_state] ky_bridge_set] ");
+    std::uint16_t answer = 0;
+    for (const std::uint32_t log_port : {0U, port_a}) {
+        std::uint32_t capacity = 1;
+        ky_bridge_int_vlan_list_get(log_port, &answer, &capacity);
+    }
+    ky_bridge_int_vlan_bridge_id_get(1, &answer);
+    EXPECT_EQ(take_trace(),
+              "ky_bridge_int_vlan_list_get[ __bridge_db_get_int_vlan_list[ __bridge_db_get_int_vlan_list] "
+              "ky_bridge_int_vlan_list_get] "
+              "ky_bridge_int_vlan_list_get[ __bridge_db_get_port_int_vlan_list[ __bridge_db_get_log_port[ "
+              "__bridge_db_get_log_port] debug: __bridge_db_get_port_int_vlan_list: No bridge attached to port "
+              "(0x00010001).\n__bridge_db_get_port_int_vlan_list] ky_bridge_int_vlan_list_get] "
+              "ky_bridge_int_vlan_bridge_id_get[ __bridge_db_get_int_vlan[ __bridge_db_get_int_vlan] "
+              "ky_bridge_int_vlan_bridge_id_get] ");
+    destroy_bridge(bridge_id);
+    EXPECT_EQ(take_trace(), "ky_bridge_set[ __bridge_db_get_bridge[ __bridge_db_get_bridge] "
+                            "__bridge_verify_empty_bridge[ __bridge_verify_empty_bridge] "
+                            "__bridge_db_free_int_vlan[ __bridge_db_free_int_vlan] "
+                            "__bridge_db_free_bridge[ __bridge_db_free_bridge] "
+                            "__bridge_update_rstp_state[ __bridge_update_rstp_state] ky_bridge_set] ");
+    EXPECT_EQ(ky_bridge_deinit(), 0U);
+    EXPECT_EQ(take_trace(),
+              "ky_bridge_deinit[ ky_bridge_clear_port[ __bridge_db_get_log_port[ __bridge_db_get_log_port] "
+              "__bridge_unbind_port_from_acl[ __bridge_unbind_port_from_acl] __bridge_db_free_log_port[ "
+              "__bridge_db_free_log_port] ky_bridge_clear_port] __bridge_db_deinit[ __bridge_db_deinit] "
+              "ky_bridge_deinit] ");
 }
 
 } // namespace

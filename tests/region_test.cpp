@@ -55,6 +55,7 @@ TEST_F(RegionTest, ARegionIsMadeWithItsAclBoundAndUnmadeInReverse)
     EXPECT_EQ(__bridge_unbind_port_from_acl(0x100, acl_id, 1), 0U);
     EXPECT_EQ(take_sent(), Words({17, 0, 1, 0x100, 26, acl_id, 1, 0x100}));
 
+    region.direction = 7;
     ASSERT_EQ(deallocate(), 0U);
     EXPECT_EQ(device.journal.calls().back().arguments, std::vector<std::uint64_t>({4, 0, 0}));
     EXPECT_EQ(take_sent(), Words({13, acl_id, 0, 1, 0, region_id, 0, 0, 13, 5, 0, 3, region_id}));

@@ -140,6 +140,26 @@ TEST_F(RulesTest, ARefusedEgressDeletionGivesTheRuleUp)
     EXPECT_EQ(remove(1, port_a, 100), 0U);
     EXPECT_EQ(take_log(), Lines());
     expect_consistent();
+
+    // Nor a use of the binding, when the port could not be bound again.
+    ASSERT_EQ(add(1, port_a, 100), 0U);
+    device.faults.fail(Service::acl_rules_set, 1, KY_STATUS_COMM_ERROR);
+    device.faults.fail(Service::acl_bind_port, 1, KY_STATUS_COMM_ERROR);
+    EXPECT_EQ(remove(1, port_a, 100), KY_STATUS_COMM_ERROR);
+    forget();
+    EXPECT_EQ(remove(1, port_a, 100), 0U);
+    EXPECT_EQ(take_log(), Lines());
+}
+
+// A port without a record in the module has no binding to count.
+TEST_F(RulesTest, AnUnknownPortHasNoEgressSide)
+{
+    bridge_db_virtual_port_t vport = {};
+    vport.log_port = port_c;
+    EXPECT_EQ(__bridge_create_egress_acl_rule(bridge_record(1), &vport), KY_STATUS_ENTRY_NOT_FOUND);
+    EXPECT_EQ(__bridge_remove_egress_acl_rule(bridge_record(1), &vport), KY_STATUS_ENTRY_NOT_FOUND);
+    EXPECT_EQ(take_log(), (Lines{"__bridge_db_get_log_port failed when adding eACL.\n",
+                                 "__bridge_db_get_log_port failed when removing eACL.\n"}));
 }
 
 // A port that leaves its last bridge must be unbound, and no earlier: without its binding the remaining
@@ -168,10 +188,11 @@ TEST_F(RulesTest, OnlyTheHomogenousModeHasEgressRules)
     bridge_db->multiple_vlan_bridge_mode = KY_BRIDGE_MULTIPLE_VLAN_MODE_NON_HOMOGENOUS;
     EXPECT_EQ(add(1, port_b, 100), KY_STATUS_PARAM_ERROR);
     EXPECT_EQ(remove(1, port_a, 100), KY_STATUS_PARAM_ERROR);
-    EXPECT_EQ(take_log(), (Lines{"multiple_vlan_bridge mode is not supported.\n",
-                                 "__bridge_create_egress_acl_rule failed (Parameter Error).\n",
-                                 "multiple_vlan_bridge mode is not supported.\n",
-                                 "__bridge_remove_egress_acl_rule failed (Parameter Error).\n"}));
+    EXPECT_EQ(__allocate_egress_regions(), KY_STATUS_PARAM_ERROR);
+    EXPECT_EQ(__deallocate_egress_regions(), KY_STATUS_PARAM_ERROR);
+    const std::string refused = "multiple_vlan_bridge mode is not supported.\n";
+    EXPECT_EQ(take_log(), (Lines{refused, "__bridge_create_egress_acl_rule failed (Parameter Error).\n", refused,
+                                 "__bridge_remove_egress_acl_rule failed (Parameter Error).\n", refused, refused}));
     bridge_db->multiple_vlan_bridge_mode = KY_BRIDGE_MULTIPLE_VLAN_MODE_HOMOGENOUS;
     EXPECT_EQ(device.snapshot(), before);
     expect_consistent();

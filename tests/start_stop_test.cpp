@@ -182,6 +182,7 @@ TEST_F(StartStopTest, EventsOfOtherPortsAreIgnored)
     EXPECT_EQ(__bridge_port_add_swid_callbacks(7, &record), KY_STATUS_CMD_ERROR);
     EXPECT_EQ(take_lines(), Lines{"error: Wrong event type , event type: (7)\n"});
     EXPECT_EQ(__bridge_port_add_swid_callbacks(9, nullptr), KY_STATUS_PARAM_NULL);
+    EXPECT_EQ(take_lines(), Lines{"error: event parameter is NULL.\n"});
     EXPECT_EQ(port_record(port_a), nullptr);
 }
 

@@ -154,6 +154,12 @@ TEST_F(VlanGroupTest, ARefusedUnbindGivesUpTheDirectionAndKeepsTheGroup)
     EXPECT_EQ(unbind(egress), Answer{29});
     EXPECT_EQ(take_lines(), Lines{"error: acl_vlan_group_set cmd==DESTROY failed (Resource is in use).\n"});
     expect_bound(false, false, 1);
+
+    bridge_record(1)->acl_bound[egress] = 1; // a direction that is bound to nothing
+    bridge_record(1)->vlan_group = no_group;
+    forget();
+    EXPECT_EQ(unbind(egress), Answer{not_found});
+    EXPECT_EQ(take_lines(), Lines{"error: Bridge (1) is not bound.\n"});
 }
 
 // Whoever binds ACLs of its own to a port must be told of the module's as they are now.
