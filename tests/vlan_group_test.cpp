@@ -177,6 +177,16 @@ TEST_F(VlanGroupTest, TheModulesAclsOfAPortFollowItsVirtualPorts)
     expect_acls(1, 0xFFFFF);
     ASSERT_EQ(add(1, port_a, 100), 0U);
     expect_acls(1, 2);
+
+    // A mode in which ports have egress regions of their own does not start yet.
+    bridge_acl_region_t own = bridge_db->egress_region;
+    own.acl_id = 77;
+    port_record(port_a)->eacl_region = &own;
+    bridge_db->multiple_vlan_bridge_mode = KY_BRIDGE_MULTIPLE_VLAN_MODE_NON_HOMOGENOUS;
+    expect_acls(1, 77);
+    bridge_db->multiple_vlan_bridge_mode = KY_BRIDGE_MULTIPLE_VLAN_MODE_HOMOGENOUS;
+    port_record(port_a)->eacl_region = &bridge_db->egress_region;
+
     ASSERT_EQ(remove(1, port_a, 100), 0U);
     expect_acls(1, 0xFFFFF);
 }

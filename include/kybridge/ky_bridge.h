@@ -13,7 +13,7 @@
 ///   bridge finds none free.
 /// - A status of an SDK service passes through unchanged.
 /// - A call that fails writes no answer, and leaves database and hardware as they were before it, as
-///   far as the SDK does not refuse the undoing as well; its answer to that is only logged.
+///   far as the SDK does not refuse the undoing as well; its answer to that is at most logged.
 /// - `is_internal` non-zero also finds bridges that were created as internal ones.
 ///
 /// Compiles alone, as C11 and as C++20.
@@ -235,7 +235,8 @@ KY_BRIDGE_API ky_status_t ky_bridge_log_port_member_state(uint32_t arg, uint32_t
 /// Binds a bridge's traffic, in one direction, to a VLAN group that a user's ACLs can be bound to, or
 /// unbinds it. Both directions share the group: the first bind creates it, the last unbind destroys it.
 /// An unbind that the ACL manager refuses has given up its direction all the same; the group then
-/// stays for the next bind, and the bridge cannot be destroyed. Internal bridges are not found.
+/// stays for the next bind (after a refused DESTROY without the bridge's VLAN), and the bridge cannot be
+/// destroyed. Internal bridges are not found.
 /// @param cmd KY_ACCESS_CMD_BIND or KY_ACCESS_CMD_UNBIND
 /// @param bridge_id the bridge
 /// @param direction ky_acl_direction
