@@ -153,6 +153,7 @@ TEST_F(BadInputTest, WrongArgumentsAreNamed)
         {CALL(ky_bridge_int_vlan_group_set(KY_ACCESS_CMD_DELETE, 1, 1, &o.id)), KY_STATUS_CMD_ERROR,
          "error: Wrong cmd in bridge_int_vlan_group_set: (3)\n", "cl_malloc cl_free"},
         {CALL(ky_bridge_int_vlan_group_get(2, nullptr)), bad, "error: vlan_group parameter is NULL.\n"},
+        {CALL(ky_bridge_int_vlan_group_get(2, &o.id)), not_found, no_bridge},
         {CALL(ky_bridge_int_vlan_group_get(1, &o.id)), not_found, "error: Bridge (1) is not bound.\n"},
         {CALL(ky_bridge_port_acl_binding_get(port_c, &o.acl, &o.other_acl)), not_found,
          "debug: ky_bridge_port_acl_binding_get: __bridge_db_get_log_port failed when retreiving bound ACL's. "

@@ -139,6 +139,9 @@ TEST_F(DbTest, RecordsAreClearedWhenTheyAreFreedAndWhenTheyAreTaken)
     EXPECT_EQ(__bridge_db_free_log_port(port_a), 0U);
     EXPECT_EQ(std::tuple(port->log_port, port->swid, port->eacl_bound_cnt), std::tuple(0, 0, 0));
     EXPECT_TRUE(port->eacl_region == nullptr && port->vlan_ref_cnt == nullptr);
+    port->eacl_region = &bridge_db->egress_region;
+    ASSERT_EQ(__bridge_db_alloc_log_port(port_a, 5, &port), 0U);
+    EXPECT_EQ(port->eacl_region, nullptr);
 }
 
 // A bridge has one virtual port of a logical port: the same port with another VLAN is a miss that says so.

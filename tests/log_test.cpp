@@ -136,6 +136,11 @@ TEST_F(LogTest, TheTraceNestsAsTheStepsDo)
                             "__allocate_region] Failed to allocate egress region.\n__allocate_egress_regions] "
                             "__deallocate_region[ __deallocate_region] __bridge_db_deinit[ __bridge_db_deinit] "
                             "ky_bridge_init] ");
+    device.faults.fail(Service::adviser_register_event, 1, KY_STATUS_ERROR);
+    ASSERT_EQ(start(), KY_STATUS_ERROR);
+    EXPECT_NE(take_trace().find("__deallocate_egress_regions[ __deallocate_region[ __deallocate_region] "
+                                "__deallocate_egress_regions] __deallocate_region["),
+              std::string::npos);
 
     ASSERT_EQ(start(), 0U);
     forget();

@@ -151,11 +151,15 @@ TEST_F(RulesTest, ARefusedEgressDeletionGivesTheRuleUp)
     EXPECT_EQ(take_log(), Lines());
 }
 
-// A port without a record in the module has no binding to count.
-TEST_F(RulesTest, AnUnknownPortHasNoEgressSide)
+// A port without a record in the module has no binding to count, and a virtual port without a rule, as refused
+// restores leave it, can be deleted.
+TEST_F(RulesTest, WhatIsNotThereIsNotRemoved)
 {
     bridge_db_virtual_port_t vport = {};
     vport.log_port = port_c;
+    forget();
+    EXPECT_EQ(__bridge_remove_ingress_acl_rule(bridge_record(1), &vport), 0U);
+    EXPECT_EQ(take_services(), "");
     EXPECT_EQ(__bridge_create_egress_acl_rule(bridge_record(1), &vport), KY_STATUS_ENTRY_NOT_FOUND);
     EXPECT_EQ(__bridge_remove_egress_acl_rule(bridge_record(1), &vport), KY_STATUS_ENTRY_NOT_FOUND);
     EXPECT_EQ(take_log(), (Lines{"__bridge_db_get_log_port failed when adding eACL.\n",
