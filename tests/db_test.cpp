@@ -55,6 +55,11 @@ TEST_F(DbTest, SizesOutsideTheirRangesAreRefused)
                             {"error: bridge_init_param->sdk_mode_params.mode_1D." + c.value_and_range + ".\n",
                              "error: Unable to initialise bridge_db.\n"});
         EXPECT_EQ(take_lines(), expected);
+        EXPECT_EQ(ky_bridge_deinit(), 0U);
+        ky_bridge_log_verbosity_level_set(0);
+        EXPECT_EQ(start_mode(KY_BRIDGE_SDK_MODE_802_1D, c.bridges, c.virtual_ports, c.multiple_vlan), c.status);
+        EXPECT_EQ(take_lines(), Lines{});
+        ky_bridge_log_verbosity_level_set(3);
         EXPECT_EQ(bridge_db != nullptr, c.status == 0);
         EXPECT_EQ(pools::built(), c.status == 0 ? 6U : 0U);
         EXPECT_EQ(ky_bridge_deinit(), 0U);

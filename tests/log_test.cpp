@@ -70,6 +70,11 @@ TEST_F(LogTest, EveryCommandHasItsText)
                   KY_STATUS_CMD_UNSUPPORTED);
         EXPECT_EQ(take_log(), Lines{"cmd unsupported (" + (cmd < texts.size() ? texts[cmd] : "UNKNOWN") + ").\n"});
     }
+    ky_bridge_log_verbosity_level_set(0);
+    EXPECT_EQ(ky_bridge_port_set(40, 1, port_a, 1, 0, 0), KY_STATUS_CMD_UNSUPPORTED);
+    std::uint16_t bridge_id = 1;
+    EXPECT_EQ(ky_bridge_set(40, &bridge_id, 0), KY_STATUS_CMD_UNSUPPORTED);
+    EXPECT_EQ(take_log(), Lines{});
 }
 
 TEST_F(LogTest, VerbosityDecidesWhichKindsAreWritten)

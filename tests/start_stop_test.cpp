@@ -55,6 +55,12 @@ TEST_F(StartStopTest, ModesThatTheModuleDoesNotRunInAreRefused)
         const bool starts = c.mode == 0;
         EXPECT_EQ(start_mode(c.mode, 0, 0, c.multiple_vlan), starts ? 0U : 13U); // nobody looks at the sizes
         EXPECT_EQ(take_lines(), Lines{c.line});
+        EXPECT_EQ(ky_bridge_deinit(), 0U);
+        ky_bridge_log_verbosity_level_set(0);
+        forget();
+        EXPECT_EQ(start_mode(c.mode, 0, 0, c.multiple_vlan), starts ? 0U : 13U);
+        EXPECT_EQ(take_lines(), Lines{});
+        ky_bridge_log_verbosity_level_set(3);
         EXPECT_EQ(take_services(), starts ? "utils_clr_memory_get" : "utils_clr_memory_get utils_memory_put");
         EXPECT_EQ(bridge_db != nullptr, starts);
         EXPECT_EQ(ky_bridge_deinit(), 0U);
