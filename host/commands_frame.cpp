@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include <csignal>
-
 #include <fmt/format.h>
 
 #include "host/screens.h"
@@ -173,12 +171,6 @@ Result show_counters(Host &host, const Arguments &)
     return {};
 }
 
-Result quit(Host &, const Arguments &)
-{
-    (void)std::raise(SIGTERM); // the one way to end that the live loop waits for, and what ends a script as well
-    return {KY_STATUS_SUCCESS, "forwarding ends"};
-}
-
 } // namespace
 
 CommandGroup frame_commands()
@@ -200,7 +192,6 @@ CommandGroup frame_commands()
                 {"show counters", "", "Shows the frames that each port received, sent and dropped", "show counters",
                  show_counters},
                 {"fdb flush", "", "Forgets all stations", "fdb flush", flush_fdb},
-                {"quit", "", "Ends forwarding between attached interfaces", "quit", quit},
             }};
 }
 

@@ -18,6 +18,12 @@ Result print_help(Host &host, const Arguments &arguments)
     return {};
 }
 
+Result quit(Host &host, const Arguments &)
+{
+    host.quitting = true;
+    return {};
+}
+
 } // namespace
 
 CommandGroup script_commands()
@@ -28,6 +34,9 @@ CommandGroup script_commands()
                  "expect ENTRY_ALREADY_EXISTS vport add red north vlan 100 tagged", nullptr},
                 {"say", "TEXT...", "Prints a line of text", "say The first tenant comes up", say},
                 {"help", "[COMMAND...]", "Lists the commands, or tells more about one", "help vport add", print_help},
+                {"quit", "",
+                 "Ends the scripts, the prompt, or forwarding between interfaces; the module is stopped if it runs",
+                 "quit", quit},
             }};
 }
 

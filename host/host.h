@@ -36,6 +36,7 @@ struct Host {
     std::FILE *out = stdout; ///< where answers go
     std::FILE *err = stderr; ///< where complaints go
     bool json = false;       ///< screens come out as JSON
+    bool quitting = false;   ///< no further command is wanted
 
     sim::Switch software_switch = sim::Switch();
     std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that a script sent

@@ -100,7 +100,7 @@ Verdict Interpreter::run(std::istream &script, const std::string &file)
     terminal::Progress progress(file, "lines", isatty(STDOUT_FILENO) == 0);
     for (std::string line; std::getline(script, line); progress.step()) {
         verdict = std::max(verdict, run_line(line, place_of(file, ++number)));
-        if (verdict == wrong_script || (verdict == unexpected && !keep_going_))
+        if (host_.quitting || verdict == wrong_script || (verdict == unexpected && !keep_going_))
             break;
     }
     return verdict;

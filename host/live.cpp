@@ -156,7 +156,7 @@ private:
             if (answers)
                 host_.out = host_.err = answers.get();
         }
-        while (const auto line = lines_.next_line())
+        for (auto line = lines_.next_line(); line && !host_.quitting; line = lines_.next_line())
             interpreter_.run_line(*line, "control");
         (void)std::fflush(host_.out);
         host_.out = stdout;
@@ -213,7 +213,12 @@ Verdict forward(Host &host, Interpreter &interpreter, const std::vector<std::str
 
         fmt::print("forwarding between {} interfaces\n", attachments.size());
         (void)std::fflush(stdout);
-        live.run(stop.get(), control.descriptor(), [&control] { return control.take(); });
+        live.run(stop.get(), control.descriptor(), [&] {
+            const bool more = control.take();
+            if (host.quitting)
+                (void)std::raise(SIGTERM); // held, and what the loop waits for
+            return more;
+        });
         host.show(counters_screen(host));
         host.show(interfaces_screen(host, live.interfaces()));
         return as_expected;

@@ -81,10 +81,10 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
             std::ifstream script(file);
             verdict = std::max(verdict, interpreter.run(script, file));
         }
-        if (verdict == host::wrong_script || (verdict == host::unexpected && !options.keep_going))
+        if (host.quitting || verdict == host::wrong_script || (verdict == host::unexpected && !options.keep_going))
             break;
     }
-    if (verdict == host::as_expected && !options.attachments.empty())
+    if (verdict == host::as_expected && !host.quitting && !options.attachments.empty())
         verdict = host::forward(host, interpreter, options.attachments, options.control);
     return std::max(verdict, interpreter.finish());
 }

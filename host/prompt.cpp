@@ -1,5 +1,6 @@
 #include "host/prompt.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -55,9 +56,37 @@ std::string history_file()
     return home != nullptr && *home != '\0' ? std::string(home) + "/.kybridge_history" : "";
 }
 
+volatile std::sig_atomic_t interrupted = 0;
+
+void note_interrupt(int)
+{
+    interrupted = 1;
+}
+
 struct Free {
     void operator()(char *text) const { std::free(text); } // NOLINT(cppcoreguidelines-no-malloc): the editor's own
 };
+
+using Line = std::unique_ptr<char, Free>;
+
+/// A line that was typed, NULL at the end of the input. Ctrl-C takes back what has been typed so far and ends
+/// nothing: the state that a session has built up is worth more.
+Line read_line()
+{
+    struct sigaction taken_back {
+    }, before{};
+    taken_back.sa_handler = note_interrupt;
+    sigaction(SIGINT, &taken_back, &before);
+    Line line;
+    do {
+        interrupted = 0;
+        line.reset(readline("kybridge> "));
+        if (interrupted != 0 || line == nullptr)
+            fmt::print("\n");
+    } while (interrupted != 0);
+    sigaction(SIGINT, &before, nullptr);
+    return line;
+}
 
 } // namespace
 
@@ -76,14 +105,16 @@ void run_prompt(const Host &host, Interpreter &interpreter)
     fmt::print("Type commands, one a line; 'help' lists them, Tab completes, Ctrl-D ends.\n");
     (void)std::fflush(stdout);
     std::string last;
-    while (const std::unique_ptr<char, Free> line{readline("kybridge> ")}) {
+    while (!host.quitting) {
+        const Line line = read_line();
+        if (line == nullptr)
+            break;
         if (*line != '\0' && last != line.get())
             add_history(line.get());
         last = line.get();
         interpreter.run_line(last, "that line");
         (void)std::fflush(stdout);
     }
-    fmt::print("\n");
     if (!file.empty() && write_history(file.c_str()) != 0)
         fmt::print(stderr, "{}: the history could not be written\n", file);
 }

@@ -45,14 +45,15 @@ def talk(environment, *lines):
 
 
 LINES = (b"start\r", b"port announce 0x10001 as north\r", b"vport delete-port no\t\r", b"bogus\r",
-         b"expect ENTRY_NOT_F\tbri\tdes\t7\r", b"show bri\t\r", b"\x04")
-shown = talk({}, *LINES)
+         b"expect ENTRY_NOT_F\tbri\tdes\t7\r", b"show bri\t\r", b"bridge create\x03")
+shown = talk({}, *LINES, b"\x04")
 for text in (b"all virtual ports of port north deleted", b"\x1b[31mthat line: unknown command 'bogus'",
              b"refused as expected: 21 ENTRY_NOT_FOUND", b"\x1b[1mbridges\x1b[0m: none"):
     assert text in shown, (text, shown)
 with open(os.path.join(HOME, ".kybridge_history"), encoding="ascii") as history:
     assert "announce" in history.read()
-shown = talk({"NO_COLOR": "1"}, *LINES)
+assert b"created" not in shown, shown
+shown = talk({"NO_COLOR": "1"}, *LINES, b"quit\r")
 assert b"\x1b[31m" not in shown and b"\x1b[1m" not in shown and b"unknown command 'bogus'" in shown, shown
 
 terminal, errors = pty.openpty()
