@@ -1,7 +1,9 @@
 #include "sim/capture.h"
 
 #include <array>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -102,8 +104,14 @@ Replay replay(Switch &forwarder, std::uint32_t port, const std::string &path,
             watch(outcome);
         for (const Transmission &sent : outcome.transmissions) {
             auto writer = writers.find(sent.port);
-            if (writer == writers.end())
-                writer = writers.emplace(sent.port, path_of(sent.port)).first;
+            if (writer == writers.end()) {
+                const std::string out = path_of(sent.port);
+                std::error_code unknown; // a file that is not there is none that is read
+                if (std::filesystem::equivalent(path, out, unknown))
+                    throw std::runtime_error(
+                        fmt::format("cannot write capture file {}: it is the one that is read", out));
+                writer = writers.emplace(sent.port, out).first;
+            }
             writer->second.write(frame.time, sent.frame);
             ++result.out[sent.port];
         }

@@ -140,6 +140,15 @@ TEST_F(CaptureTest, TellsWhatItCannotReadOrWrite)
     for (const std::string &path : {broken, file("missing")})
         EXPECT_EQ(failure([&] { replay_into_1(path); }).find("cannot read capture file " + path + ": "), 0U) << path;
 
+    {
+        CaptureWriter writer(file("2")); // where the frames of port 2 would go
+        writer.write({1700000000, 0}, build(tagged, Bytes(46)));
+    }
+    const auto size = std::filesystem::file_size(file("2"));
+    EXPECT_EQ(failure([&] { replay_into_1(file("2")); }),
+              "cannot write capture file " + file("2") + ": it is the one that is read");
+    EXPECT_EQ(std::filesystem::file_size(file("2")), size);
+
     const std::string nowhere = file("missing/out");
     EXPECT_EQ(failure([&] { CaptureWriter writer(nowhere); }).find("cannot write capture file " + nowhere), 0U);
 }
