@@ -58,6 +58,12 @@ public:
         text_.append(bytes.data(), static_cast<std::size_t>(count));
         return count > 0;
     }
+    /// Makes a line of what came without a line end.
+    void end_line()
+    {
+        if (!text_.empty())
+            text_ += '\n';
+    }
     std::optional<std::string> next_line()
     {
         const std::size_t end = text_.find('\n');
@@ -142,23 +148,31 @@ private:
     {
         client_.reset(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         lines_ = {};
-        if (client_.get() >= 0)
-            watch(client_.get());
+        if (client_.get() < 0)
+            return;
+        // One that does not read its answers must not hold up the frames; it is let go.
+        const timeval patience{.tv_sec = 1, .tv_usec = 0};
+        setsockopt(client_.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        watch(client_.get());
     }
 
     /// Carries out the lines that have arrived. @return false: the input has ended
     bool run_lines(int input)
     {
-        const bool open = lines_.read_from(input);
+        bool open = lines_.read_from(input);
+        if (!open)
+            lines_.end_line();
         std::unique_ptr<std::FILE, int (*)(std::FILE *)> answers(nullptr, &std::fclose);
         if (input != STDIN_FILENO) {
             answers.reset(fdopen(dup(input), "w"));
             if (answers)
                 host_.out = host_.err = answers.get();
         }
-        for (auto line = lines_.next_line(); line && !host_.quitting; line = lines_.next_line())
+        for (auto line = lines_.next_line(); line && !host_.quitting && std::ferror(host_.out) == 0;
+             line = lines_.next_line())
             interpreter_.run_line(*line, "control");
-        (void)std::fflush(host_.out);
+        if (std::fflush(host_.out) != 0 && input != STDIN_FILENO)
+            open = false;
         host_.out = stdout;
         host_.err = stderr;
         return open;

@@ -51,12 +51,15 @@ Verdict run_standard_input(const host::Host &host, Interpreter &interpreter)
 }
 
 /// Checks all files before it runs the first, so that a wrong line is found before anything is done.
-Verdict check_files(const std::vector<std::string> &files)
+Verdict check_files(const std::vector<std::string> &files, bool standard_input_too)
 {
     auto verdict = host::as_expected;
     for (const std::string &file : files) {
-        if (file == standard_input)
+        if (file == standard_input) {
+            if (standard_input_too)
+                verdict = std::max(verdict, host::check_script(std::cin, "standard input"));
             continue;
+        }
         std::ifstream script(file);
         if (std::filesystem::is_directory(file)) {
             fmt::print(stderr, "{}: is a directory; expected a script\n", file);
@@ -84,8 +87,9 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
         if (host.quitting || verdict == host::wrong_script || (verdict == host::unexpected && !options.keep_going))
             break;
     }
-    if (verdict == host::as_expected && !host.quitting && !options.attachments.empty())
-        verdict = host::forward(host, interpreter, options.attachments, options.control);
+    const bool goes_on = verdict == host::as_expected || (verdict == host::unexpected && options.keep_going);
+    if (goes_on && !host.quitting && !options.attachments.empty())
+        verdict = std::max(verdict, host::forward(host, interpreter, options.attachments, options.control));
     return std::max(verdict, interpreter.finish());
 }
 
@@ -104,7 +108,7 @@ void expect_written(std::FILE *file, const std::string &name)
 
 int run(const Options &options)
 {
-    const Verdict wrong = check_files(options.files);
+    const Verdict wrong = check_files(options.files, options.check_only);
     if (wrong != host::as_expected || options.check_only)
         return wrong;
 
