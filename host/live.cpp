@@ -9,6 +9,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include <stdio_ext.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -171,8 +172,11 @@ private:
         for (auto line = lines_.next_line(); line && !host_.quitting && std::ferror(host_.out) == 0;
              line = lines_.next_line())
             interpreter_.run_line(*line, "control");
-        if (std::fflush(host_.out) != 0 && input != STDIN_FILENO)
+        (void)std::fflush(host_.out);
+        if (answers && std::ferror(answers.get()) != 0) {
+            __fpurge(answers.get()); // or closing would wait for the client once more
             open = false;
+        }
         host_.out = stdout;
         host_.err = stderr;
         return open;

@@ -343,6 +343,26 @@ def interfaces_come_and_go(start):
     assert "gone" in rest, rest
 
 
+def control_clients(start):
+    """A last line needs no line end, and a client that does not read its answers holds nothing up."""
+    switch = start(untagged_bridge("a", "b"))
+    path = f"{switch.folder.name}/control"
+    with socket.socket(socket.AF_UNIX) as brief:
+        brief.connect(path)
+        brief.sendall(b"bridge create as late")
+        brief.shutdown(socket.SHUT_WR)
+        brief.settimeout(10)
+        assert b"bridge late created" in brief.recv(1000)
+    with socket.socket(socket.AF_UNIX) as deaf:
+        deaf.connect(path)
+        deaf.settimeout(0.2)
+        with contextlib.suppress(OSError):  # until the buffers are full
+            while True:
+                deaf.sendall(b"show journal\n" * 100)
+        assert ping("a", "10.0.0.2") == 3
+        switch.stop()
+
+
 def example(start):
     """The example says what it does, and leaves no namespace behind."""
     script = os.path.join(os.path.dirname(__file__), "../../examples/live-ping.sh")
@@ -353,7 +373,7 @@ def example(start):
 
 
 CASES = [pings_in_a_bridge, bridges_do_not_leak, flooding_and_learning, discarding_passes_nothing,
-         changes_elsewhere_lose_nothing, tcp_transfer, interfaces_come_and_go, example]
+         changes_elsewhere_lose_nothing, tcp_transfer, interfaces_come_and_go, control_clients, example]
 
 
 def why_not():
