@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "host/interpreter.h"
+#include "host/run/interpreter.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "host/module.h"
-#include "host/names.h"
-#include "host/tables.h"
+#include "host/language/names.h"
+#include "host/module/module.h"
+#include "host/output/tables.h"
 #include "sdk/sdk.h"
 #include "sim/switch.h"
 

@@ -13,11 +13,11 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "host/doctor.h"
-#include "host/interpreter.h"
-#include "host/live.h"
-#include "host/prompt.h"
-#include "host/terminal.h"
+#include "host/module/doctor.h"
+#include "host/output/terminal.h"
+#include "host/run/interpreter.h"
+#include "host/run/live.h"
+#include "host/run/prompt.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <regex>
 
-#include "host/consistency.h"
+#include "host/screens/consistency.h"
 
 ModuleTest::ModuleTest()
 {

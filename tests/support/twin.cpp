@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "host/consistency.h"
+#include "host/screens/consistency.h"
 
 namespace operations {
 

@@ -1,0 +1,198 @@
+// Frames through the software switch: described ones, captured ones, and what must have become of them.
+#include "host/commands/commands.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include "host/output/terminal.h"
+#include "host/screens/screens.h"
+#include "sim/capture.h"
+#include "sim/trace.h"
+
+namespace host {
+
+namespace {
+
+constexpr std::uint32_t frame_bytes = 60; ///< the smallest frame on a wire, without its check sequence
+constexpr std::uint16_t ipv4 = 0x0800;
+
+sim::PortNames port_names(const Host &host)
+{
+    return [&host](std::uint32_t log_port) { return host.names.port(log_port); };
+}
+
+/// A station behind a port, where a script names none: 02:00 and the port's number.
+sim::Mac station_at(std::uint32_t log_port)
+{
+    const auto byte = [log_port](unsigned shift) { return static_cast<std::uint8_t>(log_port >> shift); };
+    return {{0x02, 0x00, byte(24), byte(16), byte(8), byte(0)}};
+}
+
+sim::Mac mac_or(const Arguments &arguments, const std::string &key, const sim::Mac &otherwise)
+{
+    return arguments.has(key) ? *sim::parse_mac(arguments.text(key)) : otherwise;
+}
+
+/// The frame that the arguments describe, filled up to its size with a pattern.
+sim::Bytes described_frame(const Arguments &arguments)
+{
+    sim::Header header;
+    header.destination = mac_or(arguments, "to", {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}});
+    header.source = mac_or(arguments, "from", station_at(arguments.number("PORT")));
+    header.ether_type = static_cast<std::uint16_t>(arguments.number_or("type", ipv4));
+    if (arguments.has("vlan") || arguments.has("pcp") || arguments.has("dei"))
+        header.tag = sim::Tag{.pcp = static_cast<std::uint8_t>(arguments.number_or("pcp", 0)),
+                              .dei = arguments.has("dei"),
+                              .vid = static_cast<std::uint16_t>(arguments.number_or("vlan", 0))};
+    sim::Bytes payload;
+    if (arguments.has("inner")) { // a second tag, which is payload to the switch
+        const auto inner = static_cast<std::uint16_t>(arguments.number("inner"));
+        payload = {static_cast<std::uint8_t>(inner >> 8U), static_cast<std::uint8_t>(inner),
+                   static_cast<std::uint8_t>(header.ether_type >> 8U), static_cast<std::uint8_t>(header.ether_type)};
+        header.ether_type = sim::tag_protocol;
+    }
+    sim::Bytes frame = sim::build(header, payload);
+    frame.resize(arguments.number_or("size", std::max(frame_bytes, static_cast<std::uint32_t>(frame.size()))), 0x5A);
+    return frame;
+}
+
+Result send_frame(Host &host, const Arguments &arguments)
+{
+    host.last_frame = host.software_switch.forward(arguments.number("PORT"), described_frame(arguments));
+    std::string text = sim::trace(*host.last_frame, port_names(host));
+    text.erase(text.find_last_not_of('\n') + 1);
+    return {KY_STATUS_SUCCESS, text};
+}
+
+/// Where a frame leaves, as scripts say it: "south vlan 100 pcp 5" or "south untagged".
+std::string exit_text(const Host &host, std::uint32_t log_port, const std::optional<sim::Tag> &tag)
+{
+    if (!tag)
+        return host.names.port(log_port) + " untagged";
+    return fmt::format("{} vlan {}{}", host.names.port(log_port), tag->vid,
+                       tag->pcp != 0 ? fmt::format(" pcp {}", tag->pcp) : "");
+}
+
+/// Reads the ports that a frame must leave at, each with its tag.
+/// @throws ScriptError that tells what was expected
+std::vector<std::string> read_exits(const Host &host, std::span<const std::string> words)
+{
+    static const Grammar port("PORT");
+    static const Grammar vlan("vlan TAG-VLAN");
+    static const Grammar pcp("pcp PCP");
+    std::vector<std::string> exits;
+    const auto take = [&words](std::size_t count) {
+        const auto taken = words.first(std::min(count, words.size()));
+        words = words.subspan(taken.size());
+        return taken;
+    };
+    if (words.size() == 1 && words.front() == "nowhere")
+        return exits;
+    if (words.empty())
+        throw ScriptError("expected 'nowhere', or ports, each followed by 'vlan N' or 'untagged'");
+    while (!words.empty()) {
+        const std::uint32_t log_port = port.read(take(1), &host.names).number("PORT");
+        std::optional<sim::Tag> tag;
+        if (!words.empty() && words.front() == "untagged") {
+            take(1);
+        } else {
+            tag = sim::Tag{.vid = vlan.read(take(2), &host.names).number16("vlan")};
+            if (!words.empty() && words.front() == "pcp")
+                tag->pcp = static_cast<std::uint8_t>(pcp.read(take(2), &host.names).number("pcp"));
+        }
+        exits.push_back(exit_text(host, log_port, tag));
+    }
+    std::ranges::sort(exits);
+    return exits;
+}
+
+Result expect_frame(Host &host, const Arguments &arguments)
+{
+    if (!host.last_frame)
+        throw ScriptError("no frame was sent yet; 'frame' sends one");
+    const std::vector<std::string> expected = read_exits(host, arguments.rest());
+    std::vector<std::string> actual;
+    for (const sim::Transmission &sent : host.last_frame->transmissions) {
+        sim::Header header;
+        sim::parse(sent.frame, header);
+        actual.push_back(exit_text(host, sent.port, header.tag));
+    }
+    std::ranges::sort(actual);
+
+    const auto list = [](const std::vector<std::string> &exits) {
+        return exits.empty() ? std::string("nowhere") : fmt::format("{}", fmt::join(exits, ", "));
+    };
+    if (actual == expected)
+        return {KY_STATUS_SUCCESS, "the frame left as expected: " + list(expected)};
+    return {KY_STATUS_SUCCESS,
+            fmt::format("the frame left at: {}\n  expected:          {}", list(actual), list(expected)), true};
+}
+
+Result replay(Host &host, const Arguments &arguments)
+{
+    const std::string &prefix = arguments.text("out");
+    try {
+        terminal::Progress progress(arguments.text("FILE"), "frames");
+        const sim::Replay replayed = sim::replay(
+            host.software_switch, arguments.number("into"), arguments.text("FILE"),
+            [&](std::uint32_t log_port) { return fmt::format("{}-{}.pcap", prefix, host.names.port(log_port)); },
+            [&](const sim::Outcome &) { progress.step(); });
+        std::string text = fmt::format("{} frames of {} into port {}", replayed.frames, arguments.text("FILE"),
+                                       host.names.port(arguments.number("into")));
+        if (replayed.cut_short != 0)
+            text += fmt::format("; {} were left out, the capture cut them short", replayed.cut_short);
+        for (const auto &[log_port, frames] : replayed.out)
+            text += fmt::format("\n  {} frames left at {}: {}-{}.pcap", frames, host.names.port(log_port), prefix,
+                                host.names.port(log_port));
+        return {KY_STATUS_SUCCESS, text};
+    } catch (const std::runtime_error &error) {
+        return {KY_STATUS_SUCCESS, error.what(), true};
+    }
+}
+
+Result flush_fdb(Host &host, const Arguments &)
+{
+    const std::size_t entries = host.software_switch.fdb().size();
+    host.software_switch.fdb().flush();
+    return {KY_STATUS_SUCCESS, fmt::format("FDB flushed: {} entries forgotten", entries)};
+}
+
+Result show_fdb(Host &host, const Arguments &)
+{
+    host.show(fdb_screen(host));
+    return {};
+}
+
+Result show_counters(Host &host, const Arguments &)
+{
+    host.show(counters_screen(host));
+    return {};
+}
+
+} // namespace
+
+CommandGroup frame_commands()
+{
+    return {"FRAMES",
+            {
+                {"frame",
+                 "PORT [from MAC] [to MAC] [vlan TAG-VLAN] [pcp PCP] [dei] [inner TAG-VLAN] [type TYPE] [size BYTES]",
+                 "Sends a frame into a port and shows its way through the switch", "frame north vlan 100 pcp 5",
+                 send_frame},
+                {"expect frame", "EXIT...",
+                 "Fails unless the last frame left exactly there: 'nowhere', or ports with 'vlan N [pcp N]' or "
+                 "'untagged'",
+                 "expect frame south untagged uplink vlan 100 pcp 5", expect_frame},
+                {"replay", "FILE into PORT out FILE",
+                 "Sends a capture file into a port; what leaves each port goes to a file of its own",
+                 "replay tenants.pcap into north out leaving", replay},
+                {"show fdb", "", "Shows the stations that the switch has learned", "show fdb", show_fdb},
+                {"show counters", "", "Shows the frames that each port received, sent and dropped", "show counters",
+                 show_counters},
+                {"fdb flush", "", "Forgets all stations", "fdb flush", flush_fdb},
+            }};
+}
+
+} // namespace host

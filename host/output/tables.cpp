@@ -1,0 +1,91 @@
+#include "host/output/tables.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "host/output/terminal.h"
+
+namespace host {
+
+namespace {
+
+const std::string &shown(const std::string &cell)
+{
+    static const std::string nothing = "-";
+    return cell.empty() ? nothing : cell;
+}
+
+} // namespace
+
+Table::Table(std::string title, std::vector<Column> columns) : title_(std::move(title)), columns_(std::move(columns)) {}
+
+void Table::add(std::vector<std::string> cells)
+{
+    assert(cells.size() == columns_.size());
+    rows_.push_back(std::move(cells));
+}
+
+std::string Table::text(bool bold) const
+{
+    const std::string title = bold ? terminal::bold(title_) : title_;
+    std::string text = rows_.empty() ? fmt::format("{}: none", title) : "\n" + title;
+    if (!note_.empty())
+        text += fmt::format(" ({})", note_);
+    text += '\n';
+    if (rows_.empty())
+        return text;
+
+    std::vector<std::size_t> widths;
+    for (std::size_t column = 0; column < columns_.size(); ++column) {
+        std::size_t width = columns_[column].heading.size();
+        for (const auto &row : rows_)
+            width = std::max(width, shown(row[column]).size());
+        widths.push_back(width);
+    }
+    const auto add_line = [&](const auto &cell_of) {
+        std::string line;
+        for (std::size_t column = 0; column < columns_.size(); ++column)
+            line +=
+                "  " + (columns_[column].align == Align::left ? fmt::format("{:<{}}", cell_of(column), widths[column])
+                                                              : fmt::format("{:>{}}", cell_of(column), widths[column]));
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + '\n';
+    };
+    add_line([&](std::size_t column) { return columns_[column].heading; });
+    for (const auto &row : rows_)
+        add_line([&](std::size_t column) { return shown(row[column]); });
+    return text;
+}
+
+std::string Table::json() const
+{
+    using Json = nlohmann::ordered_json;
+    Json screen = {{"title", title_}};
+    if (!note_.empty())
+        screen["note"] = note_;
+    screen["rows"] = Json::array();
+    for (const auto &row : rows_) {
+        Json cells = Json::object();
+        for (std::size_t column = 0; column < columns_.size(); ++column)
+            cells[columns_[column].heading] = row[column].empty() ? Json() : Json(row[column]);
+        screen["rows"].push_back(std::move(cells));
+    }
+    return screen.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::vector<std::string> Table::facts() const
+{
+    std::vector<std::string> facts;
+    for (const auto &row : rows_) {
+        std::string fact = title_ + ":";
+        for (std::size_t column = 0; column < columns_.size(); ++column)
+            fact += fmt::format("{} {} {}", column == 0 ? "" : ",", columns_[column].heading, shown(row[column]));
+        facts.push_back(fact);
+    }
+    return facts;
+}
+
+} // namespace host
