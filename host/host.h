@@ -21,8 +21,10 @@ namespace host {
 struct Log {
     std::FILE *file = stderr;
     std::vector<std::string> errors; ///< error lines of the current command
+    bool places = true;              ///< whether debug and trace lines tell file and line of the module's source
 
     void write(const sdk::LogLine &line);
+    void write(const std::string &text) const; ///< a line of the host's own, after everything that was printed
 };
 
 /// The loaded module, the device under it, and what scripts have named and remembered.
@@ -36,6 +38,7 @@ struct Host {
     std::FILE *out = stdout; ///< where answers go
     std::FILE *err = stderr; ///< where complaints go
     bool json = false;       ///< screens come out as JSON
+    bool tracing = false;    ///< the log shows each command and the calls that it comes to
     bool quitting = false;   ///< no further command is wanted
 
     sim::Switch software_switch = sim::Switch();
@@ -43,6 +46,10 @@ struct Host {
 
     void print(std::string_view text) const { static_cast<void>(std::fwrite(text.data(), 1, text.size(), out)); }
     void show(const Table &screen) const;
+
+    /// Turns a transcript on or off: each command as it was written, then the module's log and its calls into the
+    /// SDK in their order, without line numbers, so that two runs can be compared.
+    void trace(bool on);
 };
 
 /// What a command did.

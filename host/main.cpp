@@ -38,6 +38,7 @@ struct Options {
     bool keep_going = false;
     bool check_only = false;
     bool json = false;
+    bool trace = false;
     bool no_colour = false;
 };
 
@@ -125,12 +126,14 @@ int run(const Options &options)
         host.log.file = log_file.get();
     }
     host.json = options.json;
+    host.trace(options.trace);
     host.device.log = [&host](const sdk::LogLine &line) { host.log.write(line); };
     host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
 
     Interpreter interpreter(host, options.keep_going);
     const Verdict verdict = run_files(host, interpreter, options);
     host.device.log = nullptr;
+    host.trace(false);
     if (log_file)
         expect_written(log_file.get(), options.log);
     return verdict;
@@ -161,6 +164,8 @@ int run_command_line(int argc, char **argv)
     app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
     app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");
     app.add_flag("--json", options.json, "Show each screen as a JSON object in a line of its own");
+    app.add_flag("--trace", options.trace,
+                 "Show, with the log, each command and the calls into the SDK that it comes to, as 'trace on' does");
     app.add_flag("--no-color", options.no_colour,
                  "No colours on a terminal; NO_COLOR in the environment says the same");
     app.set_version_flag("--version", "kybridge-host " KYBRIDGE_VERSION);

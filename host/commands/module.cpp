@@ -66,6 +66,12 @@ Result verbosity(Host &host, const Arguments &arguments)
             fmt::format("verbosity {}", name_of(verbosity_names(), level))};
 }
 
+Result trace(Host &host, const Arguments &arguments)
+{
+    host.trace(arguments.number("SWITCH") != 0);
+    return {KY_STATUS_SUCCESS, fmt::format("trace {}", arguments.text("SWITCH"))};
+}
+
 Result limits(Host &, const Arguments &arguments)
 {
     sdk::set_limits(arguments.number("bridges"), arguments.number("ports"));
@@ -85,6 +91,10 @@ CommandGroup module_commands()
                 {"stop", "", "Stops the module and tells what it has left in the hardware", "stop", stop},
                 {"verbosity", "VERBOSITY", "Sets what the module logs; each level includes those before it",
                  "verbosity debug", verbosity},
+                {"trace", "SWITCH",
+                 "Shows, with the log, each command and the calls into the SDK that it comes to; lines of the log then "
+                 "come without line numbers",
+                 "trace on", trace},
                 {"limits", "bridges N ports N", "Sets the limits of the device that a start is checked against",
                  "limits bridges 4 ports 16", limits},
             }};

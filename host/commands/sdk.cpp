@@ -49,6 +49,32 @@ Result swid_mode(Host &host, const Arguments &arguments)
             fmt::format("spanning-tree mode of SWID {}: {}", swid, name_of(stp_mode_names(), arguments.number("STP")))};
 }
 
+Result swid_validation(Host &host, const Arguments &arguments)
+{
+    *host.module.swid_validation_func_ptr = arguments.number("SWITCH") != 0 ? sdk_validate_swid : nullptr;
+    return {KY_STATUS_SUCCESS, fmt::format("validation of SWIDs {}", arguments.text("SWITCH"))};
+}
+
+Result acl_bind(Host &host, const Arguments &arguments)
+{
+    const std::uint32_t log_port = arguments.number("PORT");
+    const auto direction = static_cast<sdk::Direction>(arguments.number("SIDE"));
+    const std::uint32_t acl_id = arguments.number("ACL");
+    host.device.acl.bindings[{log_port, direction}] = {acl_id, 0};
+    return {KY_STATUS_SUCCESS,
+            fmt::format("port {} bound {} to ACL {}", host.names.port(log_port), sdk::name(direction), acl_id)};
+}
+
+Result acl_unbind(Host &host, const Arguments &arguments)
+{
+    const std::uint32_t log_port = arguments.number("PORT");
+    const auto direction = static_cast<sdk::Direction>(arguments.number("SIDE"));
+    const std::string bound = fmt::format("port {} {}", host.names.port(log_port), sdk::name(direction));
+    if (host.device.acl.bindings.erase({log_port, direction}) == 0)
+        return {KY_STATUS_ENTRY_NOT_BOUND, bound + " is bound to no ACL"};
+    return {KY_STATUS_SUCCESS, bound + " unbound"};
+}
+
 Result fail(Host &host, const Arguments &arguments)
 {
     const std::uint32_t service = arguments.number("SERVICE");
@@ -87,6 +113,13 @@ CommandGroup sdk_commands()
             {"swid ignore", "SWID", "Lets bridges no longer serve a switch partition", "swid ignore 1", swid_ignore},
             {"swid mode", "SWID STP", "Sets the spanning-tree mode of a switch partition; it is rstp at first",
              "swid mode 1 mstp", swid_mode},
+            {"swid validation", "SWITCH",
+             "Installs the function that tells the module which SWIDs bridges serve, or none", "swid validation off",
+             swid_validation},
+            {"acl bind", "PORT SIDE ACL", "Binds a port to another ACL, as a host's own configuration",
+             "acl bind north ingress 77", acl_bind},
+            {"acl unbind", "PORT SIDE", "Takes a port's binding away, whoever made it", "acl unbind north ingress",
+             acl_unbind},
             {"fail", "SERVICE NTH with STATUS",
              "Plans a fault: one of the next calls of a service, or of any, is answered with a status",
              "fail vlan_port_multi_vlans_set next with NO_RESOURCES", fail},

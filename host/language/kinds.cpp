@@ -40,6 +40,8 @@ const Kind &kind(std::string_view name)
         {"FILE", "file", file, 0, {}},
         {"TAGGING", "egress mode", number, UINT32_MAX, tagging_names()},
         {"DIRECTION", "direction", number, UINT32_MAX, direction_names()},
+        {"SIDE", "direction", words, 0, direction_names()},
+        {"ACL", "ACL", number, UINT32_MAX, {}},
         {"LEARNING", "learning mode", number, UINT32_MAX, learning_names()},
         {"MODE", "mode of the SDK", number, UINT32_MAX, sdk_mode_names()},
         {"STP", "spanning-tree mode", number, UINT32_MAX, stp_mode_names()},

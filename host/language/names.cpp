@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "host/language/script.h"
 #include "kybridge/ky_types.h"
 
 namespace host {
@@ -195,6 +196,18 @@ std::string Names::bridge(std::uint16_t bridge_id) const
 {
     const std::string *name = bridges.find(bridge_id);
     return name != nullptr ? *name : fmt::to_string(bridge_id);
+}
+
+std::string Names::in(std::string text) const
+{
+    for (std::size_t at = text.find("0x"); at != std::string::npos; at = text.find("0x", at + 1)) {
+        const std::string digits = text.substr(at, 10);
+        const auto log_port = parse_number(digits);
+        const std::string *name = log_port ? ports.find(*log_port) : nullptr;
+        if (name != nullptr)
+            text.replace(at, digits.size(), *name);
+    }
+    return text;
 }
 
 } // namespace host

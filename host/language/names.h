@@ -61,6 +61,7 @@ struct Names {
 
     std::string port(std::uint32_t log_port) const;    ///< its name, or "0x00010001"
     std::string bridge(std::uint16_t bridge_id) const; ///< its name, or the number
+    std::string in(std::string text) const;            ///< a text of the stand-in with the names of its ports
 };
 
 } // namespace host

@@ -90,7 +90,11 @@ Verdict Interpreter::run_line(const std::string &line, const std::string &place)
 {
     try {
         const Words words = parse_line(line);
-        return words.empty() ? as_expected : carry_out(words, place);
+        if (words.empty())
+            return as_expected;
+        if (host_.tracing)
+            host_.log.write("> " + line);
+        return carry_out(words, place);
     } catch (const ScriptError &error) {
         complain(fmt::format("{}: {}", place, error.what()), host_.out, host_.err);
         return wrong_script;

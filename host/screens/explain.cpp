@@ -44,7 +44,7 @@ public:
         for (const std::uint64_t number : numbers) {
             const sdk::Call *call = host_.device.journal.find(number);
             table.add({fmt::to_string(number),
-                       call != nullptr ? with_names(host_, sdk::describe(*call)) : "no longer in the journal"});
+                       call != nullptr ? host_.names.in(sdk::describe(*call)) : "no longer in the journal"});
         }
         return table;
     }

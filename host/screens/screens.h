@@ -47,9 +47,6 @@ Table journal_screen(const Host &host, std::size_t last); ///< the last calls
 /// The whole story of a pair of port and VLAN, attached to a bridge or not, on several screens.
 std::vector<Table> explanation(const Host &host, std::uint32_t log_port, std::uint16_t vlan);
 
-/// A text of the stand-in with the script's names for its ports.
-std::string with_names(const Host &host, std::string text);
-
 /// The bridge that owns an internal VLAN, by the module's own answer; empty: none.
 std::string bridge_of(const Host &host, std::uint16_t int_vlan);
 

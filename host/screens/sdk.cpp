@@ -6,8 +6,6 @@
 
 #include <fmt/format.h>
 
-#include "host/language/script.h"
-
 namespace host {
 
 namespace {
@@ -33,19 +31,6 @@ std::string members_with(const Host &host, const std::map<std::uint32_t, sdk::Me
 }
 
 } // namespace
-
-std::string with_names(const Host &host, std::string text)
-{
-    const std::string_view prefix = "0x";
-    for (std::size_t at = text.find(prefix); at != std::string::npos; at = text.find(prefix, at + 1)) {
-        const std::string digits = text.substr(at, 10);
-        const auto log_port = parse_number(digits);
-        const std::string *name = log_port ? host.names.ports.find(*log_port) : nullptr;
-        if (name != nullptr)
-            text.replace(at, digits.size(), *name);
-    }
-    return text;
-}
 
 std::string bridge_of(const Host &host, std::uint16_t int_vlan)
 {
@@ -150,7 +135,7 @@ Table journal_screen(const Host &host, std::size_t last)
         table.note(fmt::format("the last {} of {} calls", shown, host.device.journal.count()));
     for (auto call = calls.end() - static_cast<std::ptrdiff_t>(shown); call != calls.end(); ++call)
         table.add({fmt::to_string(call->number),
-                   std::string(std::size_t{2} * call->depth, ' ') + with_names(host, sdk::describe(*call))});
+                   std::string(std::size_t{2} * call->depth, ' ') + host.names.in(sdk::describe(*call))});
     return table;
 }
 
@@ -161,7 +146,7 @@ std::vector<std::string> facts(const Host &host)
     const std::string hardware = host.device.snapshot();
     for (std::size_t at = 0; at < hardware.size();) {
         const std::size_t end = hardware.find('\n', at);
-        facts.push_back("hardware: " + with_names(host, hardware.substr(at, end - at)));
+        facts.push_back("hardware: " + host.names.in(hardware.substr(at, end - at)));
         at = end + 1;
     }
     for (const Table &table : {bridges_screen(host), vports_screen(host, std::nullopt), ports_screen(host)})
