@@ -1,21 +1,41 @@
 #!/usr/bin/env bash
-# packages.sh BUILD-DIR DIR: makes the Debian packages of a build in a directory, and has lintian look at them.
+# packages.sh SOURCE-DIR BUILD-DIR DIR: makes the Debian packages of a build in a directory, has lintian look at them,
+# and builds against them where they are unpacked as the system root of another machine would be.
 set -euo pipefail
-build=$1 into=$2
-for tool in cpack dpkg-shlibdeps lintian; do
+source=$1 build=$2 into=$3
+for tool in dh dpkg-buildpackage lintian; do
     command -v $tool >/dev/null || {
-        echo "skipped: $tool is missing; Debian's packages cmake, dpkg-dev and lintian have what it takes"
+        echo "skipped: $tool is missing; Debian's packages debhelper, dpkg-dev and lintian have what it takes"
         exit 77
     }
 done
 
 rm -rf "$into"
-cpack --config "$build/CPackConfig.cmake" -G DEB -B "$into" >"$build/cpack.log" 2>&1 || {
-    cat "$build/cpack.log"
-    exit 1
-}
-for package in libkybridge1 libkybridge-dev libkysdk1 kybridge-host; do
-    dpkg-deb -f "$into/$package"_*.deb Package Version Depends
+"$source/tools/packages" "$into" "$build"
+for package in libkybridge1 libkybridge-dev libkysdk1 libkysdk-dev libkybridge-doc kybridge-host libkybridge1-dbgsym; do
+    dpkg-deb -f "$into/$package"_*.deb Package Version Depends Multi-Arch
 done
 # The files that lintian forgets stay out of everybody's way.
-TMPDIR=$into lintian --fail-on error --no-tag-display-limit "$into"/*.deb
+TMPDIR=$into lintian --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "$into"/*.deb
+
+# Which version a process needs is told by the interface that it uses, and not by the package that it was built with.
+root=$into/root
+for package in libkybridge1 libkybridge-dev libkysdk1 libkysdk-dev; do
+    dpkg-deb -x "$into/$package"_*.deb "$root"
+    dpkg-deb -e "$into/$package"_*.deb "$root/$package"
+done
+grep -qx 'libkybridge 1 libkybridge1 (>= 1.0.0)' "$root/libkybridge1/shlibs"
+grep -qx ' ky_bridge_init@KYBRIDGE_1.0 1.0' "$root/libkybridge1/symbols"
+flags=$(PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$(echo "$root"/usr/lib/*/pkgconfig) \
+    pkg-config --cflags --libs kybridge-sdk kybridge)
+[ "$(grep -oF "$root" <<<"$flags" | wc -l)" -eq "$(grep -oE -e '-[IL]' <<<"$flags" | wc -l)" ] || {
+    echo "pkg-config does not look in the system root: $flags"
+    exit 1
+}
+gcc -x c -o "$into/process" - $flags <<'END'
+#include <kybridge/ky_bridge.h>
+int main(void)
+{
+    return (int)ky_bridge_deinit();
+}
+END

@@ -3,7 +3,8 @@
 # with the host among it, and removes them again, whatever happens.
 set -euo pipefail
 from=$1 script=$2
-packages=(libkybridge1 libkysdk1 libkybridge-dev kybridge-host)
+packages=()
+for file in "$from"/*.deb; do packages+=("$(basename "${file%%_*}")"); done
 
 skip()
 {
@@ -52,3 +53,12 @@ int main(void)
 END
 gcc -o "$work/version" "$work/version.c" $(pkg-config --cflags --libs kybridge-sdk kybridge)
 "$work/version"
+
+# What it needs is a version of the interface, so a mended package serves it as well.
+mkdir "$work/debian"
+echo 'Source: process' >"$work/debian/control"
+needs=$(cd "$work" && dpkg-shlibdeps -O version)
+[[ $needs =~ "libkybridge1 (>= 1.0)" ]] && ! [[ $needs =~ libky[a-z]+1\ \([^\)]*- ]] || {
+    echo "a process built against the packages needs: $needs"
+    exit 1
+}
