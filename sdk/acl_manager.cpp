@@ -163,13 +163,13 @@ ky_status_t write_rule(Recorder &call, Region &region, const ky_acl_rules_params
         return call.refuse(KY_STATUS_PARAM_EXCEEDS_RANGE, "key VLAN {} or new VLAN {} is above {}", sent.key.vlan,
                            sent.new_vlan, +KY_VLAN_ID_MAX);
     }
-    region.rules[sent.offset] = {.key_log_port = sent.key.log_port,
-                                 .log_port_mask = sent.mask.log_port,
-                                 .key_vlan = sent.key.vlan,
-                                 .vlan_mask = sent.mask.vlan,
-                                 .new_vlan = sent.new_vlan,
-                                 .dont_learn = sent.dont_learn != 0,
-                                 .call = call.number()};
+    region.rules.write(sent.offset, {.key_log_port = sent.key.log_port,
+                                     .log_port_mask = sent.mask.log_port,
+                                     .key_vlan = sent.key.vlan,
+                                     .vlan_mask = sent.mask.vlan,
+                                     .new_vlan = sent.new_vlan,
+                                     .dont_learn = sent.dont_learn != 0,
+                                     .call = call.number()});
     return KY_STATUS_SUCCESS;
 }
 
@@ -178,7 +178,7 @@ ky_status_t delete_rule(Recorder &call, Region &region, const ky_acl_rules_param
     if (!call.same(sent, expected_rule(sent))) {
         return KY_STATUS_PARAM_ERROR;
     }
-    if (region.rules.erase(sent.offset) == 0) {
+    if (!region.rules.erase(sent.offset)) {
         return call.refuse(KY_STATUS_ENTRY_NOT_FOUND, "offset {} of region {} holds no rule", sent.offset,
                            sent.region_id);
     }

@@ -16,6 +16,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -143,9 +144,50 @@ struct Rule {
     }
 };
 
+/// The rules of a region by offset, the order in which they are tried. A hash table for each pair of masks in use
+/// finds the first that matches in a time that does not depend on their number.
+class RuleTable {
+public:
+    using Rules = std::map<std::uint16_t, Rule>;
+
+    RuleTable() = default;
+    RuleTable(RuleTable &&) = default;
+    RuleTable &operator=(RuleTable &&) = default;
+
+    void write(std::uint16_t offset, const Rule &rule);
+    bool erase(std::uint16_t offset); ///< false: the offset held no rule
+
+    /// Offset and rule of the first match in offset order, or NULL.
+    const Rules::value_type *first_match(std::uint32_t log_port, std::uint16_t vlan) const;
+
+    Rules::const_iterator find(std::uint16_t offset) const { return rules_.find(offset); }
+    Rules::const_iterator begin() const { return rules_.begin(); }
+    Rules::const_iterator end() const { return rules_.end(); }
+    std::size_t size() const { return rules_.size(); }
+    bool empty() const { return rules_.empty(); }
+
+private:
+    /// The rules of one pair of masks.
+    struct MaskedRules {
+        std::uint32_t log_port_mask = 0;
+        std::uint16_t vlan_mask = 0;
+        /// By masked log_port and VLAN; rules of the same key by offset.
+        std::unordered_map<std::uint64_t, std::vector<const Rules::value_type *>> by_key;
+
+        std::uint64_t key(std::uint32_t log_port, std::uint16_t vlan) const
+        {
+            return std::uint64_t{log_port & log_port_mask} << 16 | (vlan & vlan_mask);
+        }
+    };
+    std::vector<MaskedRules>::iterator masked_rules_of(const Rule &rule);
+
+    Rules rules_;
+    std::vector<MaskedRules> tables_; ///< one for each pair of masks in use; points into rules_
+};
+
 struct Region {
-    std::uint32_t size = 0;              ///< offsets run from 1 to this
-    std::map<std::uint16_t, Rule> rules; ///< by offset, the order in which they are tried
+    std::uint32_t size = 0; ///< offsets run from 1 to this
+    RuleTable rules;
     std::uint64_t call = 0;
 };
 
@@ -224,7 +266,13 @@ public:
     std::function<void(std::uint32_t, std::uint16_t)> on_leave;
 
 private:
+    static std::uint64_t key(std::uint32_t log_port, std::uint16_t vlan)
+    {
+        return std::uint64_t{log_port} << 16 | vlan;
+    }
+
     std::map<std::uint16_t, std::map<std::uint32_t, Membership>> members_;
+    std::unordered_map<std::uint64_t, const Membership *> by_port_and_vlan_; ///< points into members_
 };
 
 // ---- Memory, adviser, log -------------------------------------------------------------------------

@@ -5,7 +5,9 @@ namespace sdk {
 
 void VlanModule::join(std::uint32_t log_port, std::uint16_t vlan, std::uint32_t mode, std::uint64_t call)
 {
-    members_[vlan][log_port] = {mode, call};
+    Membership &membership = members_[vlan][log_port];
+    membership = {mode, call};
+    by_port_and_vlan_[key(log_port, vlan)] = &membership;
 }
 
 bool VlanModule::leave(std::uint32_t log_port, std::uint16_t vlan)
@@ -14,6 +16,7 @@ bool VlanModule::leave(std::uint32_t log_port, std::uint16_t vlan)
     if (ports == members_.end() || ports->second.erase(log_port) == 0) {
         return false;
     }
+    by_port_and_vlan_.erase(key(log_port, vlan));
     if (ports->second.empty()) {
         members_.erase(ports);
     }
@@ -25,9 +28,8 @@ bool VlanModule::leave(std::uint32_t log_port, std::uint16_t vlan)
 
 const Membership *VlanModule::find(std::uint32_t log_port, std::uint16_t vlan) const
 {
-    const auto &ports = members(vlan);
-    const auto membership = ports.find(log_port);
-    return membership == ports.end() ? nullptr : &membership->second;
+    const auto membership = by_port_and_vlan_.find(key(log_port, vlan));
+    return membership == by_port_and_vlan_.end() ? nullptr : membership->second;
 }
 
 const std::map<std::uint32_t, Membership> &VlanModule::members(std::uint16_t vlan) const

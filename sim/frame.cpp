@@ -28,10 +28,8 @@ void append(Bytes &bytes, BytesView more)
 
 void append_tag(Bytes &bytes, const std::optional<Tag> &tag)
 {
-    if (!tag)
-        return;
-    append_16(bytes, tag_protocol);
-    append_16(bytes, (tag->pcp & 7u) << 13 | (tag->dei ? 1u << 12 : 0u) | (tag->vid & 0xFFFu));
+    if (tag)
+        append(bytes, tag->bytes());
 }
 
 } // namespace
@@ -39,6 +37,12 @@ void append_tag(Bytes &bytes, const std::optional<Tag> &tag)
 bool Mac::is_broadcast() const
 {
     return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+bool Mac::is_reserved() const
+{
+    constexpr std::array<std::uint8_t, 5> prefix{0x01, 0x80, 0xC2, 0x00, 0x00};
+    return std::equal(prefix.begin(), prefix.end(), bytes.begin()) && bytes[5] <= 0x0F;
 }
 
 std::string Mac::text() const
@@ -62,6 +66,13 @@ std::optional<Mac> parse_mac(std::string_view text)
     return mac;
 }
 
+std::array<std::uint8_t, tag_size> Tag::bytes() const
+{
+    const unsigned control = (pcp & 7u) << 13 | (dei ? 1u << 12 : 0u) | (vid & 0xFFFu);
+    return {tag_protocol >> 8, tag_protocol & 0xFF, static_cast<std::uint8_t>(control >> 8),
+            static_cast<std::uint8_t>(control)};
+}
+
 std::string Tag::text() const
 {
     return fmt::format("{} pcp {}{}", vid == 0 ? "priority tag" : fmt::format("vlan {}", vid), pcp, dei ? " dei" : "");
@@ -77,8 +88,6 @@ FrameFault parse(BytesView frame, Header &header)
 {
     if (frame.size() < frame_size_min)
         return FrameFault::runt;
-    if (frame.size() > frame_size_max)
-        return FrameFault::oversized;
 
     const bool tagged = read_16(frame, addresses_size) == tag_protocol;
     if (tagged && frame.size() < frame_size_min + tag_size)
@@ -108,13 +117,20 @@ Bytes build(const Header &header, BytesView payload)
     return frame;
 }
 
+std::size_t retagged_size(std::size_t size, const Header &header, const std::optional<Tag> &tag)
+{
+    const std::size_t retagged = size - header.size() + frame_size_min + (tag ? tag_size : 0);
+    return header.tag && !tag ? std::max(retagged, frame_size_wire) : retagged;
+}
+
 Bytes retag(BytesView frame, const Header &header, const std::optional<Tag> &tag)
 {
     Bytes result;
-    result.reserve(frame.size() + tag_size);
+    result.reserve(frame.size() + frame_size_wire);
     append(result, frame.first(addresses_size));
     append_tag(result, tag);
     append(result, frame.subspan(header.size() - 2));
+    result.resize(retagged_size(frame.size(), header, tag));
     return result;
 }
 

@@ -21,6 +21,7 @@ using Bytes = std::vector<std::uint8_t>;
 using BytesView = std::span<const std::uint8_t>;
 
 inline constexpr std::size_t frame_size_min = 14;   ///< an Ethernet header, in bytes
+inline constexpr std::size_t frame_size_wire = 60;  ///< shortest on a wire, in bytes; others are padded to it
 inline constexpr std::size_t frame_size_max = 9216; ///< in bytes, with the tag
 inline constexpr std::size_t tag_size = 4;          ///< in bytes
 inline constexpr std::uint16_t tag_protocol = 0x8100;
@@ -30,6 +31,8 @@ struct Mac {
 
     bool is_multicast() const { return (bytes[0] & 1) != 0; } ///< broadcast too
     bool is_broadcast() const;
+    /// One of 01-80-C2-00-00-00 to 0F, which IEEE 802.1D keeps within a link: no bridge relays it.
+    bool is_reserved() const;
     std::string text() const; ///< "02:00:00:00:00:0a"
     auto operator<=>(const Mac &) const = default;
 };
@@ -43,7 +46,8 @@ struct Tag {
     bool dei = false;      ///< drop eligible indicator
     std::uint16_t vid = 0; ///< VLAN ID, 0 (a priority tag) to 4095
 
-    std::string text() const; ///< "vlan 100 pcp 5 dei"
+    std::array<std::uint8_t, tag_size> bytes() const; ///< as they are in a frame
+    std::string text() const;                         ///< "vlan 100 pcp 5 dei"
     bool operator==(const Tag &) const = default;
 };
 
@@ -61,9 +65,8 @@ struct Header {
 /// Why bytes are not a frame that the switch takes.
 enum class FrameFault : std::uint8_t {
     none,
-    runt,      ///< fewer than frame_size_min bytes
-    cut_tag,   ///< ends within its tag
-    oversized, ///< more than frame_size_max bytes
+    runt,    ///< fewer than frame_size_min bytes
+    cut_tag, ///< ends within its tag
 };
 
 /// Reads a frame's header. `header` is written only when there is no fault.
@@ -72,7 +75,11 @@ FrameFault parse(BytesView frame, Header &header);
 /// A frame of a header and the bytes that follow it. It is not padded.
 Bytes build(const Header &header, BytesView payload);
 
-/// The same frame with another outer tag, or with none.
+/// Bytes of a frame after its tag was put on, changed or taken off. One that loses its tag is padded.
+/// @param size before that
+std::size_t retagged_size(std::size_t size, const Header &header, const std::optional<Tag> &tag);
+
+/// The same frame with another outer tag, or with none, of retagged_size.
 /// @param header the frame's own, from parse
 Bytes retag(BytesView frame, const Header &header, const std::optional<Tag> &tag);
 

@@ -12,8 +12,6 @@ Drop drop_of(FrameFault fault)
         return Drop::runt;
     case FrameFault::cut_tag:
         return Drop::cut_tag;
-    case FrameFault::oversized:
-        return Drop::oversized;
     case FrameFault::none:
         break;
     }
@@ -37,14 +35,12 @@ RuleStep apply_acl(std::uint32_t port, sdk::Direction direction, std::uint16_t v
         return step;
 
     step.result = RuleStep::Result::miss;
-    for (const auto &[offset, rule] : region->rules) {
-        if (!rule.matches(port, vlan))
-            continue;
+    if (const auto *match = region->rules.first_match(port, vlan)) {
+        const auto &[offset, rule] = *match;
         step.result = RuleStep::Result::hit;
         step.offset = offset;
         step.vlan = rule.new_vlan;
         step.dont_learn = rule.dont_learn;
-        break;
     }
     return step;
 }
@@ -75,33 +71,6 @@ Tag egress_tag(const Header &header, std::uint16_t vlan)
     return tag;
 }
 
-/// Egress ACL, membership and tag of the frame at one port.
-void decide_exit(const Outcome &outcome, Exit &exit)
-{
-    const sdk::Device &device = sdk::device();
-    exit.drop = readiness(device.ports.find(exit.port));
-    if (exit.drop != Drop::none)
-        return;
-    if (device.vlans.find(exit.port, outcome.rule->vlan) == nullptr) {
-        exit.drop = Drop::not_member;
-        return;
-    }
-
-    exit.rule = apply_acl(exit.port, sdk::Direction::egress, outcome.rule->vlan);
-
-    const sdk::Membership *membership = device.vlans.find(exit.port, exit.rule->vlan);
-    if (membership == nullptr) {
-        exit.drop = Drop::not_member;
-        return;
-    }
-    if (membership->mode != KY_EGRESS_MODE_UNTAGGED)
-        exit.tag = egress_tag(*outcome.header, exit.rule->vlan);
-
-    exit.size = outcome.size - outcome.header->size() + frame_size_min + (exit.tag ? tag_size : 0);
-    if (exit.size > frame_size_max)
-        exit.drop = Drop::oversized;
-}
-
 } // namespace
 
 Switch::Switch(std::size_t fdb_limit) : fdb_(fdb_limit)
@@ -116,87 +85,132 @@ Switch::~Switch()
 
 Outcome Switch::forward(std::uint32_t port, BytesView frame)
 {
-    Outcome outcome{.port = port, .size = frame.size()};
-    decide(frame, outcome);
+    Outcome outcome = decide(port, frame, frame.size());
+    for (const Exit &exit : outcome.exits) {
+        if (exit.drop == Drop::none)
+            outcome.transmissions.push_back({exit.port, retag(frame, *outcome.header, exit.tag)});
+    }
+    return outcome;
+}
+
+const Outcome &Switch::decide(std::uint32_t port, BytesView frame, std::size_t wire_size)
+{
+    std::vector<Exit> exits = std::move(outcome_.exits); // for the memory that it holds
+    exits.clear();
+    outcome_ = {.port = port, .size = frame.size(), .exits = std::move(exits)};
+    unsegmented_ = frame.size() - wire_size;
+    outcome_.drop = receive(frame, wire_size);
 
     Counters &counters = counters_[port];
     ++counters.in.frames;
     counters.in.bytes += frame.size();
-    if (outcome.drop != Drop::none)
-        ++counters.dropped_in[static_cast<std::size_t>(outcome.drop)];
-    return outcome;
+    if (outcome_.drop != Drop::none)
+        ++counters.dropped_in[static_cast<std::size_t>(outcome_.drop)];
+    return outcome_;
 }
 
-void Switch::decide(BytesView frame, Outcome &outcome)
+/// Takes the frame in, up to learning. @return why it is meant for no port at all
+Drop Switch::receive(BytesView frame, std::size_t wire_size)
 {
     const sdk::Device &device = sdk::device();
-    const auto drop = [&outcome](Drop reason) { outcome.drop = reason; };
-
     Header header;
-    const FrameFault fault = parse(frame, header);
-    if (fault != FrameFault::none)
-        return drop(drop_of(fault));
-    outcome.header = header;
+    if (const FrameFault fault = parse(frame, header); fault != FrameFault::none)
+        return drop_of(fault);
+    if (wire_size > frame_size_max)
+        return Drop::oversized;
+    outcome_.header = header;
 
-    const sdk::Port *port = device.ports.find(outcome.port);
+    const sdk::Port *port = device.ports.find(outcome_.port);
     const Drop ready = readiness(port);
     if (ready == Drop::unknown_port || ready == Drop::link_down)
-        return drop(ready);
-    outcome.state = port->rstp_state;
+        return ready;
+    outcome_.state = port->rstp_state;
     if (ready == Drop::discarding)
-        return drop(ready);
+        return ready;
 
-    outcome.vlan = choose_vlan(header, *port);
-    if (!outcome.vlan)
-        return drop(Drop::no_vlan);
-    if (device.vlans.find(outcome.port, outcome.vlan->vlan) == nullptr)
-        return drop(Drop::not_member);
+    outcome_.vlan = choose_vlan(header, *port);
+    if (!outcome_.vlan)
+        return Drop::no_vlan;
+    if (device.vlans.find(outcome_.port, outcome_.vlan->vlan) == nullptr)
+        return Drop::not_member;
 
-    outcome.rule = apply_acl(outcome.port, sdk::Direction::ingress, outcome.vlan->vlan);
-    outcome.learn = learn(outcome);
-    if (ready == Drop::learning)
-        return drop(ready);
+    outcome_.rule = apply_acl(outcome_.port, sdk::Direction::ingress, outcome_.vlan->vlan);
+    outcome_.learn = learn();
+    return ready == Drop::learning ? ready : relay();
+}
 
-    const std::uint16_t vlan = outcome.rule->vlan;
-    if (header.destination.is_multicast()) {
-        outcome.lookup = LookupStep{LookupStep::Result::multicast};
-    } else if (const auto known = fdb_.find(vlan, header.destination)) {
-        outcome.lookup = LookupStep{LookupStep::Result::known, *known};
-        if (*known == outcome.port)
-            return drop(Drop::filtered);
-        return send(frame, *known, outcome);
+/// Sends the frame to where its destination is. @return why it is meant for no port at all
+Drop Switch::relay()
+{
+    const std::uint16_t vlan = outcome_.rule->vlan;
+    const Mac &destination = outcome_.header->destination;
+    outcome_.lookup = LookupStep{};
+    if (destination.is_reserved()) {
+        outcome_.lookup->result = LookupStep::Result::reserved;
+        return Drop::reserved;
+    }
+    if (destination.is_multicast()) {
+        outcome_.lookup->result = LookupStep::Result::multicast;
+    } else if (const auto known = fdb_.find(vlan, destination)) {
+        outcome_.lookup = LookupStep{LookupStep::Result::known, *known};
+        if (*known == outcome_.port)
+            return Drop::filtered;
+        send(*known);
+        return Drop::none;
     } else {
-        outcome.lookup = LookupStep{LookupStep::Result::unknown};
+        outcome_.lookup->result = LookupStep::Result::unknown;
     }
 
-    for (const auto &[member, membership] : device.vlans.members(vlan)) {
-        if (member != outcome.port)
-            send(frame, member, outcome);
+    for (const auto &[member, membership] : sdk::device().vlans.members(vlan)) {
+        if (member != outcome_.port)
+            send(member);
     }
-    if (outcome.exits.empty())
-        drop(Drop::no_receiver);
+    return outcome_.exits.empty() ? Drop::no_receiver : Drop::none;
 }
 
-Learning Switch::learn(const Outcome &outcome)
+Learning Switch::learn()
 {
-    if (outcome.rule->dont_learn)
+    const Mac &source = outcome_.header->source;
+    if (outcome_.rule->dont_learn)
         return {Learning::Result::forbidden};
-    if (outcome.header->source.is_multicast())
+    if (source.is_multicast())
         return {Learning::Result::multicast_source};
-    return fdb_.learn(outcome.rule->vlan, outcome.header->source, outcome.port);
+    if (source == Mac{})
+        return {Learning::Result::zero_source};
+    return fdb_.learn(outcome_.rule->vlan, source, outcome_.port);
 }
 
-void Switch::send(BytesView frame, std::uint32_t port, Outcome &outcome)
+/// Egress ACL, membership and tag of the frame at one port.
+Drop Switch::leave(Exit &exit) const
 {
-    Exit &exit = outcome.exits.emplace_back(Exit{.port = port});
-    decide_exit(outcome, exit);
+    const sdk::Device &device = sdk::device();
+    if (const Drop ready = readiness(device.ports.find(exit.port)); ready != Drop::none)
+        return ready;
+    if (device.vlans.find(exit.port, outcome_.rule->vlan) == nullptr)
+        return Drop::not_member;
+
+    exit.rule = apply_acl(exit.port, sdk::Direction::egress, outcome_.rule->vlan);
+
+    const sdk::Membership *membership = device.vlans.find(exit.port, exit.rule->vlan);
+    if (membership == nullptr)
+        return Drop::not_member;
+    if (membership->mode != KY_EGRESS_MODE_UNTAGGED)
+        exit.tag = egress_tag(*outcome_.header, exit.rule->vlan);
+
+    exit.size = retagged_size(outcome_.size, *outcome_.header, exit.tag);
+    return exit.size - unsegmented_ > frame_size_max ? Drop::oversized : Drop::none;
+}
+
+void Switch::send(std::uint32_t port)
+{
+    Exit &exit = outcome_.exits.emplace_back(Exit{.port = port});
+    exit.drop = leave(exit);
 
     Counters &counters = counters_[port];
     if (exit.drop != Drop::none) {
         ++counters.dropped_out[static_cast<std::size_t>(exit.drop)];
         return;
     }
-    outcome.transmissions.push_back({port, retag(frame, *outcome.header, exit.tag)});
     ++counters.out.frames;
     counters.out.bytes += exit.size;
 }

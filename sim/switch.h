@@ -19,10 +19,10 @@
 ///  3. the port must be a member of that VLAN
 ///  4. the first matching rule of the port's ingress ACL sets the VLAN and may forbid learning
 ///  5. the source address is learned in that VLAN; an RSTP state of learning ends here
-///  6. a known unicast address goes to its port, everything else to all other members of the VLAN;
-///     a port takes part when its link is up and its RSTP state is forwarding
+///  6. a reserved group address goes nowhere, a known unicast address to its port, everything else to all other
+///     members of the VLAN; a port takes part when its link is up and its RSTP state is forwarding
 ///  7. at each of them, the first matching rule of the port's egress ACL sets the VLAN
-///  8. the port's membership in that VLAN decides whether the frame leaves tagged or untagged
+///  8. the port's membership in that VLAN decides whether the frame leaves tagged or untagged, and then padded
 #ifndef KYBRIDGE_SIM_SWITCH_H
 #define KYBRIDGE_SIM_SWITCH_H
 
@@ -51,10 +51,11 @@ enum class Drop : std::uint8_t {
     learning,   ///< RSTP state: learns but does not forward
     no_vlan,    ///< no tag that names a VLAN, and the port has no PVID
     not_member, ///< the port is no member of the frame's VLAN
+    reserved,   ///< the destination is a group address that no bridge relays
     filtered,   ///< the destination is where the frame came from
     no_receiver ///< flooded into a VLAN without another member
 };
-inline constexpr std::size_t drop_count = 12;
+inline constexpr std::size_t drop_count = 13;
 
 enum class VlanSource : std::uint8_t { tag, pvid_untagged, pvid_priority_tag };
 
@@ -75,7 +76,7 @@ struct RuleStep {
 };
 
 struct LookupStep {
-    enum class Result : std::uint8_t { known, unknown, multicast };
+    enum class Result : std::uint8_t { known, unknown, multicast, reserved };
 
     Result result{};
     std::uint32_t port = 0; ///< of a known address
@@ -106,8 +107,8 @@ struct Outcome {
     std::optional<RuleStep> rule{}; ///< ingress ACL
     std::optional<Learning> learn{};
     std::optional<LookupStep> lookup{};
-    std::vector<Exit> exits{}; ///< by port
-    std::vector<Transmission> transmissions{};
+    std::vector<Exit> exits{};                 ///< by port
+    std::vector<Transmission> transmissions{}; ///< what leaves; made by Switch::forward only
 };
 
 struct Traffic {
@@ -132,8 +133,15 @@ public:
     Switch(const Switch &) = delete;
     Switch &operator=(const Switch &) = delete;
 
-    /// Takes a frame in on a logical port and says what becomes of it.
+    /// Takes a frame in on a logical port, says what becomes of it, and makes the frames that leave.
     Outcome forward(std::uint32_t port, BytesView frame);
+
+    /// The same without making the frames that leave, and without allocating: for whoever sends them from the bytes
+    /// that came in.
+    /// @param wire_size bytes of its longest piece when the frame is one that its sender left to be segmented, else
+    ///                  of the frame; not more than a wire carries may come in and leave
+    /// @return valid until the next frame
+    const Outcome &decide(std::uint32_t port, BytesView frame, std::size_t wire_size);
 
     /// Sets a port's link; one that goes down loses its FDB entries. False: there is no such port.
     bool set_link(std::uint32_t port, bool up);
@@ -144,11 +152,15 @@ public:
     void clear_counters() { counters_.clear(); }
 
 private:
-    void decide(BytesView frame, Outcome &outcome);
-    Learning learn(const Outcome &outcome);
-    void send(BytesView frame, std::uint32_t port, Outcome &outcome);
+    Drop receive(BytesView frame, std::size_t wire_size);
+    Drop relay();
+    Learning learn();
+    void send(std::uint32_t port);
+    Drop leave(Exit &exit) const;
 
     Fdb fdb_;
+    Outcome outcome_;             ///< of the frame that is being decided, or of the last
+    std::size_t unsegmented_ = 0; ///< bytes that this frame is longer than its longest piece on a wire
     std::map<std::uint32_t, Counters> counters_;
 };
 

@@ -25,6 +25,7 @@ constexpr std::array<DropTexts, drop_count> drop_texts{{
     {"learning", "the port is learning, not forwarding yet"},
     {"no vlan", "no VLAN: the frame has no tag that names one and the port has no PVID"},
     {"not a member", "the port is no member of the VLAN"},
+    {"reserved", "the destination is a group address that no bridge relays"},
     {"filtered", "the destination is where the frame came from"},
     {"no receiver", "the VLAN has no other member"},
 }};
@@ -100,12 +101,15 @@ private:
             return station + ", known";
         case Learning::Result::moved:
             return fmt::format("{}, moved from {}", station, names_(step.previous_port));
-        case Learning::Result::full:
-            return "no, the FDB is full";
+        case Learning::Result::replaced:
+            return fmt::format("{}, in the place of the longest unheard at {}: the FDB is full", station,
+                               names_(step.previous_port));
         case Learning::Result::forbidden:
             return "no, the ingress rule forbids it";
         case Learning::Result::multicast_source:
             return fmt::format("no, {} is a multicast address", source);
+        case Learning::Result::zero_source:
+            return fmt::format("no, {} is no station's address", source);
         }
         return {};
     }
@@ -122,6 +126,8 @@ private:
         case LookupStep::Result::multicast:
             return fmt::format("{}, flooded in vlan {}", destination.is_broadcast() ? "broadcast" : "multicast",
                                in_vlan);
+        case LookupStep::Result::reserved:
+            return fmt::format("{} is reserved for what stays within a link", destination.text());
         }
         return {};
     }
@@ -151,7 +157,8 @@ private:
 
     void verdict()
     {
-        const std::size_t sent = outcome_.transmissions.size();
+        const auto sent =
+            std::ranges::count_if(outcome_.exits, [](const Exit &exit) { return exit.drop == Drop::none; });
         if (outcome_.drop != Drop::none)
             append("  dropped: {}\n", text(outcome_.drop));
         else if (sent == 0)

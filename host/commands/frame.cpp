@@ -159,6 +159,18 @@ Result flush_fdb(Host &host, const Arguments &)
     return {KY_STATUS_SUCCESS, fmt::format("FDB flushed: {} entries forgotten", entries)};
 }
 
+Result set_ageing(Host &host, const Arguments &arguments)
+{
+    host.software_switch.fdb().set_ageing(std::chrono::seconds(arguments.number("AGEING")));
+    return {KY_STATUS_SUCCESS, fmt::format("stations are forgotten after {} s", arguments.number("AGEING"))};
+}
+
+Result advance_clock(Host &host, const Arguments &arguments)
+{
+    host.software_switch.fdb().advance(std::chrono::seconds(arguments.number("SECONDS")));
+    return {KY_STATUS_SUCCESS, fmt::format("{} s have passed", arguments.number("SECONDS"))};
+}
+
 Result show_fdb(Host &host, const Arguments &)
 {
     host.show(fdb_screen(host));
@@ -192,6 +204,11 @@ CommandGroup frame_commands()
                 {"show counters", "", "Shows the frames that each port received, sent and dropped", "show counters",
                  show_counters},
                 {"fdb flush", "", "Forgets all stations", "fdb flush", flush_fdb},
+                {"fdb ageing", "AGEING", "Sets after how many seconds a station that is not heard is forgotten",
+                 "fdb ageing 300", set_ageing},
+                {"clock advance", "SECONDS",
+                 "Lets time pass for the switch's stations; between real interfaces it passes by itself",
+                 "clock advance 10", advance_clock},
             }};
 }
 

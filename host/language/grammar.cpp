@@ -40,7 +40,7 @@ std::uint32_t read_number(const Kind &kind, const std::string &word)
     if (const auto number = number_of(kind.words, word))
         return *number;
     const auto number = parse_number(word);
-    if (kind.source == Kind::Source::number && number && *number <= kind.max)
+    if (kind.source == Kind::Source::number && number && *number >= kind.min && *number <= kind.max)
         return *number;
 
     std::vector<std::string> candidates;
@@ -76,7 +76,9 @@ std::string Kind::choices(std::size_t most) const
     }
     if (source == Source::port || source == Source::bridge)
         choices.emplace_back("its name");
-    if (source != Source::words)
+    if (source == Source::number && min != 0)
+        choices.push_back(fmt::format("a number from {} to {}", min, max));
+    else if (source != Source::words)
         choices.push_back(max == UINT32_MAX && !choices.empty() ? "a number" : fmt::format("a number up to {}", max));
 
     const std::string last = choices.back();

@@ -37,6 +37,7 @@ struct Kind {
     Source source = Source::number;
     std::uint32_t max = UINT32_MAX; ///< highest number
     NamedNumbers words;             ///< words that stand for numbers
+    std::uint32_t min = 0;          ///< lowest number
 
     /// What can be written for it: "tagged, untagged or a number up to 255".
     /// @param most words listed before the rest is left out

@@ -3,6 +3,7 @@
 
 #include "host/language/grammar.h"
 #include "sdk/sdk.h"
+#include "sim/fdb.h"
 
 namespace host {
 
@@ -37,6 +38,8 @@ const Kind &kind(std::string_view name)
         {"TYPE", "EtherType", number, UINT16_MAX, {}},
         {"BYTES", "size in bytes", number, UINT16_MAX, {}},
         {"MAC", "MAC address", mac, 0, {}},
+        {"SECONDS", "time in seconds", number, UINT32_MAX, {}},
+        {"AGEING", "ageing time in seconds", number, sim::Fdb::ageing_max.count(), {}, sim::Fdb::ageing_min.count()},
         {"FILE", "file", file, 0, {}},
         {"TAGGING", "egress mode", number, UINT32_MAX, tagging_names()},
         {"DIRECTION", "direction", number, UINT32_MAX, direction_names()},

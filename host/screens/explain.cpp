@@ -222,10 +222,8 @@ std::string fate(const Host &host, std::uint32_t log_port, std::uint16_t vlan)
         return "their source is learned, then dropped: the port's RSTP state is learning";
 
     const sdk::Region *region = host.device.acl.region_of(log_port, sdk::Direction::ingress);
-    if (region != nullptr)
-        for (const auto &[offset, rule] : region->rules)
-            if (rule.matches(log_port, vlan))
-                return fmt::format("given VLAN {} by the ingress rule at offset {}", rule.new_vlan, offset);
+    if (const auto *match = region != nullptr ? region->rules.first_match(log_port, vlan) : nullptr)
+        return fmt::format("given VLAN {} by the ingress rule at offset {}", match->second.new_vlan, match->first);
     const std::string bridge = bridge_of(host, vlan);
     if (!bridge.empty())
         return fmt::format("forwarded into bridge {}, whose internal VLAN it is", bridge);

@@ -38,12 +38,13 @@ std::string drops(const std::array<std::uint64_t, sim::drop_count> &counts)
 
 Table fdb_screen(const Host &host)
 {
-    Table table("FDB", {{"VLAN", right}, {"BRIDGE"}, {"STATION"}, {"PORT"}});
+    Table table("FDB", {{"VLAN", right}, {"BRIDGE"}, {"STATION"}, {"PORT"}, {"AGE", right}});
     const sim::Fdb &fdb = host.software_switch.fdb();
-    table.note(fmt::format("{} of at most {} stations", fdb.size(), fdb.limit()));
+    table.note(fmt::format("{} of at most {} stations, forgotten after {} s unheard; {} gave way to others", fdb.size(),
+                           fdb.limit(), fdb.ageing().count(), fdb.evictions()));
     for (const sim::Fdb::Entry &entry : fdb.entries())
         table.add({fmt::format("{}", entry.vlan), bridge_of(host, entry.vlan), entry.mac.text(),
-                   host.names.port(entry.port)});
+                   host.names.port(entry.port), fmt::format("{} s", entry.age.count())});
     return table;
 }
 
