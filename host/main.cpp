@@ -32,6 +32,7 @@ struct Options {
     std::string module = module_soname;
     std::string log;
     std::string doctor;
+    std::string sdk;
     std::vector<std::string> attachments;
     std::string control;
     std::uint32_t verbosity = 3;
@@ -139,6 +140,14 @@ int run(const Options &options)
     return verdict;
 }
 
+/// Both files when both are given, the SDK's first.
+int examine(const Options &options)
+{
+    const bool sdk_is_well = options.sdk.empty() || host::examine_sdk(options.sdk);
+    const bool module_is_well = options.doctor.empty() || host::examine_module(options.doctor);
+    return sdk_is_well && module_is_well ? host::as_expected : host::unexpected;
+}
+
 int run_command_line(int argc, char **argv)
 {
     CLI::App app("Loads the bridge module into a process with a stand-in SDK and drives it by scripts.",
@@ -149,6 +158,8 @@ int run_command_line(int argc, char **argv)
     app.add_option("--doctor", options.doctor,
                    "Only examine a library file: whether it is the module, what it needs of a process, and whether it "
                    "loads into this one");
+    app.add_option("--sdk", options.sdk,
+                   "Only examine a library file: whether it is an SDK's, with every service that the module calls");
     app.add_option("--log", options.log, "File for the module's log, - for standard output; by default standard error");
     app.add_option("--verbosity", options.verbosity,
                    "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces")
@@ -172,7 +183,7 @@ int run_command_line(int argc, char **argv)
     app.footer([] {
         return host::help_on_all_commands() + "\nEXIT STATUS\n  0  every command did what the script expected\n"
                                               "  1  a command did not, or memory was left over at the end; or the "
-                                              "examined file is no module that loads\n"
+                                              "examined file is not what it should be\n"
                                               "  2  a wrong line in a script, wrong arguments, or no module to load\n";
     });
 
@@ -180,8 +191,8 @@ int run_command_line(int argc, char **argv)
         app.parse(argc, argv);
         if (options.no_colour)
             terminal::forbid_colours();
-        if (!options.doctor.empty())
-            return host::examine(options.doctor) ? host::as_expected : host::unexpected;
+        if (!options.doctor.empty() || !options.sdk.empty())
+            return examine(options);
         if (!options.attachments.empty())
             host::hold_signals();
         else if (options.files.empty())

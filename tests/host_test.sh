@@ -6,7 +6,7 @@
 #                                         # exit STATUS          else 0
 #                                         # options OPTION...
 #                                     With EXPECT=write the expected output is written anew; see tools/expect.
-#   host_test.sh HOST command_line OTHER_LIBRARY MODULE
+#   host_test.sh HOST command_line OTHER_LIBRARY
 set -u
 host=$1
 kind=$2
@@ -81,16 +81,7 @@ command_line)
     [ $? -eq 2 ] || { echo "output was lost and nobody said so"; exit 1; }
     says "standard output: No space left on device"
 
-    # The doctor, on the module and on what is none; a person at a terminal.
-    run 0 --doctor "$4"
-    says "supplies acl_bind_port, "
-    says "right  it loads"
-    run 1 --doctor "$3"
-    says "WRONG  its soname is"
-    says "WRONG  it does not export ky_bridge_init, "
-    says "so it was not loaded"
-    run 1 --doctor "$0"
-    says "no ELF shared object"
+    # A person at a terminal.
     python3 tests/host/prompt_test.py "$host" "$work" || exit 1
 
     # A run that does not do what was expected stops there, or goes on when told to.
