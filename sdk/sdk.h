@@ -352,4 +352,8 @@ void set_limits(std::uint32_t max_bridges, std::uint32_t max_log_ports);
 /// KY_STATUS_PARAM_ERROR for others. Journalled and faultable as Service::swid_validation.
 extern "C" ky_status_t sdk_validate_swid(unsigned int swid);
 
+/// Adds ports 0x10001 to 0x10004 in SWID 0 to the device, and passes bridge_port_set on to the module that the process
+/// has loaded for everybody (RTLD_GLOBAL). @return 0
+extern "C" int sdk_setup(void);
+
 #endif
