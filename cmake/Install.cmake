@@ -3,6 +3,7 @@
 #   runtime   the library                    dev       what builds against it
 #   sdk       the stand-in SDK, for those    sdk_dev   what builds against that
 #             who develop without a switch   host      the host program
+#   conform   the contract kit               conform_dev  what builds against that
 #   doc       guide and reference
 #
 # debian/ makes packages of them.
@@ -38,7 +39,11 @@ install(FILES ${PROJECT_BINARY_DIR}/kybridge-config.cmake ${PROJECT_BINARY_DIR}/
 
 # Where the prefix is, seen from the pkg-config files, which so may be moved with everything else.
 file(RELATIVE_PATH kybridge_prefix_from_pc /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
-foreach(pc_component kybridge:dev kybridge-sdk:sdk_dev)
+set(pc_components kybridge:dev kybridge-sdk:sdk_dev)
+if(KYBRIDGE_CONFORM)
+  list(APPEND pc_components kyconform:conform_dev)
+endif()
+foreach(pc_component ${pc_components})
   string(REPLACE ":" ";" pc_component ${pc_component})
   list(POP_FRONT pc_component name)
   configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
@@ -52,7 +57,22 @@ if(KYBRIDGE_HOST)
   install(TARGETS kybridge-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
   install(FILES docs/kybridge-host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
   install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kybridge-host/examples COMPONENT host
-    USE_SOURCE_PERMISSIONS FILES_MATCHING PATTERN *.kyb PATTERN *.sh PATTERN expected EXCLUDE)
+    USE_SOURCE_PERMISSIONS FILES_MATCHING PATTERN *.kyb PATTERN *.sh PATTERN expected EXCLUDE PATTERN sdk EXCLUDE)
+endif()
+
+# ---- The contract kit -----------------------------------------------------------------------------------
+
+if(KYBRIDGE_CONFORM)
+  set_target_properties(kyconform PROPERTIES EXPORT_NAME conform)
+  install(TARGETS kyconform EXPORT kybridge-conform
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT conform NAMELINK_COMPONENT conform_dev)
+  install(FILES conform/ky_conform.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kyconform COMPONENT conform_dev)
+  install(EXPORT kybridge-conform NAMESPACE kybridge:: FILE kybridge-conform-targets.cmake
+    DESTINATION ${kybridge_cmake_dir} COMPONENT conform_dev)
+  install(TARGETS kybridge-conform RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT conform)
+  install(FILES docs/kybridge-conform.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT conform)
+  install(FILES examples/sdk/example_sdk.c
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kybridge-conform/examples COMPONENT conform)
 endif()
 
 # ---- Documents ------------------------------------------------------------------------------------------

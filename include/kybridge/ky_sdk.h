@@ -5,6 +5,8 @@
 /// them through the dynamic linker when it is loaded. Every record is little-endian, is zeroed by the
 /// module and filled field by field; a service writes its answers back into it. Members named
 /// `reserved` have no meaning to the module; their comments say what is sent in them.
+/// The declarations make the services visible to the library, also in an SDK that is compiled with
+/// -fvisibility=hidden and includes this header where it defines them.
 /// Compiles alone, as C11 and as C++20.
 #ifndef KYBRIDGE_KY_SDK_H
 #define KYBRIDGE_KY_SDK_H
@@ -14,6 +16,9 @@
 #include <stdint.h>
 
 #include "ky_types.h"
+
+/// Marks what the process supplies to libkybridge.so.1.
+#define KY_SDK_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus
 extern "C" {
@@ -147,36 +152,36 @@ static inline uint16_t *ky_acl_vlan_group_list(ky_acl_vlan_group_params_t *group
 
 /// Creates or destroys an ACL region.
 /// @param[in,out] region the region @param arg1 always 4 @param arg2 always 0 @param arg3 always 0
-ky_status_t acl_region_set(ky_acl_region_params_t *region, uint32_t arg1, uint32_t arg2, uint32_t arg3);
+KY_SDK_API ky_status_t acl_region_set(ky_acl_region_params_t *region, uint32_t arg1, uint32_t arg2, uint32_t arg3);
 /// Creates or destroys an ACL on a region.
-ky_status_t acl_set(ky_acl_params_t *acl);
+KY_SDK_API ky_status_t acl_set(ky_acl_params_t *acl);
 /// Writes (SET) or deletes (DELETE) one rule of a region.
-ky_status_t acl_rules_set(ky_acl_rules_params_t *rules);
+KY_SDK_API ky_status_t acl_rules_set(ky_acl_rules_params_t *rules);
 /// Binds a logical port to an ACL in a direction (BIND).
-ky_status_t acl_bind_port(ky_acl_bind_params_t *binding);
+KY_SDK_API ky_status_t acl_bind_port(ky_acl_bind_params_t *binding);
 /// Reads the ACL that a port is bound to in a direction (GET).
 /// @return 0, or KY_STATUS_ENTRY_NOT_FOUND when it is bound to none
-ky_status_t acl_bind_port_get(ky_acl_bind_params_t *binding);
+KY_SDK_API ky_status_t acl_bind_port_get(ky_acl_bind_params_t *binding);
 /// Unbinds a logical port from an ACL in a direction (UNBIND).
-ky_status_t acl_unbind_port(ky_acl_bind_params_t *binding);
+KY_SDK_API ky_status_t acl_unbind_port(ky_acl_bind_params_t *binding);
 /// Creates and destroys groups of VLANs, adds VLANs to them and takes them out.
-ky_status_t acl_vlan_group_set(ky_acl_vlan_group_params_t *group);
+KY_SDK_API ky_status_t acl_vlan_group_set(ky_acl_vlan_group_params_t *group);
 
 /* ---- Ports, VLANs, spanning tree ----------------------------------------------------------- */
 
 /// Tells whether a port is a router port. @return 0 when it is one, anything else when it is not
-ky_status_t port_db_check_port_mode_router_port(uint32_t log_port);
+KY_SDK_API ky_status_t port_db_check_port_mode_router_port(uint32_t log_port);
 /// Reads a port's switch partition.
 /// @param cmd KY_ACCESS_CMD_GET @param log_port the logical port @param[out] swid 0 to 255
-ky_status_t port_swid_alloc_get(ky_access_cmd_t cmd, uint32_t log_port, uint8_t *swid);
+KY_SDK_API ky_status_t port_swid_alloc_get(ky_access_cmd_t cmd, uint32_t log_port, uint8_t *swid);
 /// Tells whether a port is a LAG member.
 /// @param cmd KY_ACCESS_CMD_GET @param log_port the logical port @param[out] is_member non-zero: it is
-ky_status_t port_lag_member_state_get(ky_access_cmd_t cmd, uint32_t log_port, uint8_t *is_member);
+KY_SDK_API ky_status_t port_lag_member_state_get(ky_access_cmd_t cmd, uint32_t log_port, uint8_t *is_member);
 
 /// The SDK's own entry for setting a virtual port: the arguments of ky_bridge_port_set. The module
 /// calls it with KY_ACCESS_CMD_DELETE and expects it to come back into ky_bridge_port_set.
-ky_status_t bridge_port_set(ky_access_cmd_t cmd, uint16_t bridge_id, uint32_t log_port, uint16_t vlan,
-                            uint32_t egress_mode, uint32_t is_internal);
+KY_SDK_API ky_status_t bridge_port_set(ky_access_cmd_t cmd, uint16_t bridge_id, uint32_t log_port, uint16_t vlan,
+                                       uint32_t egress_mode, uint32_t is_internal);
 
 /// A VLAN that a port joins or leaves, 8 bytes.
 typedef struct ky_vlan_entry {
@@ -191,17 +196,18 @@ static_assert(offsetof(ky_vlan_entry_t, mode) == 4, "VLAN entry");
 /// Makes a port a member of VLANs (ADD) or takes it out of them (DELETE). Joining again is accepted.
 /// @param cmd KY_ACCESS_CMD_ADD or KY_ACCESS_CMD_DELETE @param log_port the logical port
 /// @param count entries in the array, 1 or 2 @param entries the VLANs, only read; all of them or none take effect
-ky_status_t vlan_port_multi_vlans_set(ky_access_cmd_t cmd, uint32_t log_port, uint32_t count, ky_vlan_entry_t *entries);
+KY_SDK_API ky_status_t vlan_port_multi_vlans_set(ky_access_cmd_t cmd, uint32_t log_port, uint32_t count,
+                                                 ky_vlan_entry_t *entries);
 
 /// Reads a SWID's spanning-tree mode. @param cmd KY_ACCESS_CMD_GET @param swid the switch partition
 /// @param[out] mode KY_MSTP_MODE_RSTP: its ports have an RSTP state
-ky_status_t mstp_mode_get(ky_access_cmd_t cmd, uint8_t swid, uint32_t *mode);
+KY_SDK_API ky_status_t mstp_mode_get(ky_access_cmd_t cmd, uint8_t swid, uint32_t *mode);
 /// Reads a port's RSTP state. @param cmd KY_ACCESS_CMD_GET @param log_port the logical port
 /// @param[out] state a number of the SDK's own
-ky_status_t rstp_port_state_get(ky_access_cmd_t cmd, uint32_t log_port, uint32_t *state);
+KY_SDK_API ky_status_t rstp_port_state_get(ky_access_cmd_t cmd, uint32_t log_port, uint32_t *state);
 /// Sets a port's RSTP state. @param cmd KY_ACCESS_CMD_SET @param log_port the logical port
 /// @param state address of the state, only read
-ky_status_t rstp_port_state_set(ky_access_cmd_t cmd, uint32_t log_port, uint32_t *state);
+KY_SDK_API ky_status_t rstp_port_state_set(ky_access_cmd_t cmd, uint32_t log_port, uint32_t *state);
 
 /* ---- Resource manager, adviser, memory, log ------------------------------------------------ */
 
@@ -214,7 +220,7 @@ typedef struct rm_resource {
 static_assert(offsetof(rm_resource_t, max_log_ports) == 4, "device limits");
 
 /// Set before ky_bridge_init, which reads it.
-extern rm_resource_t rm_resource_global;
+KY_SDK_API extern rm_resource_t rm_resource_global;
 
 /// What the adviser passes with a port event. The real record may go on; the module reads three members.
 typedef struct ky_port_event {
@@ -234,29 +240,30 @@ typedef ky_status_t (*ky_adviser_callback_t)(uint32_t event_type, const ky_port_
 
 /// Registers a callback for an event.
 /// @param arg always 1 @param event_type ky_adviser_event @param callback called with each such event
-ky_status_t adviser_register_event(uint32_t arg, uint32_t event_type, ky_adviser_callback_t callback);
+KY_SDK_API ky_status_t adviser_register_event(uint32_t arg, uint32_t event_type, ky_adviser_callback_t callback);
 
 enum { KY_MEMORY_TAG_BRIDGE = 8 }; ///< under which the module's database is accounted
 
 /// Obtains zero-filled memory. @param[out] memory its address, written only on success
 /// @param count records @param size bytes of one record @param tag accounting tag
-ky_status_t utils_clr_memory_get(void **memory, uint32_t count, uint32_t size, uint32_t tag);
+KY_SDK_API ky_status_t utils_clr_memory_get(void **memory, uint32_t count, uint32_t size, uint32_t tag);
 /// Releases memory of utils_clr_memory_get. @param memory its address @param tag the tag that it was obtained with
-ky_status_t utils_memory_put(void *memory, uint32_t tag);
+KY_SDK_API ky_status_t utils_memory_put(void *memory, uint32_t tag);
 
 /// Severities of the SDK log.
 enum ky_log_severity { KY_LOG_ERROR = 1, KY_LOG_NOTICE = 7, KY_LOG_DEBUG = 31, KY_LOG_FUNCTION_TRACE = 63 };
 
 /// Writes a line to the SDK log; the line end is part of the message.
 /// @param severity ky_log_severity @param module name of the calling module @param format as printf's
-void ky_log(uint32_t severity, const char *module, const char *format, ...) __attribute__((format(printf, 3, 4)));
+KY_SDK_API void ky_log(uint32_t severity, const char *module, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
 
 /// Obtains raw memory of the component library. Where the component library has no cl_malloc and cl_free,
 /// libkybridge.so.1 brings weak ones on malloc and free; a process's own definitions win.
 /// @param size bytes @return its address, or NULL
-void *cl_malloc(size_t size);
+KY_SDK_API void *cl_malloc(size_t size);
 /// Releases memory of cl_malloc. @param memory its address
-void cl_free(void *memory);
+KY_SDK_API void cl_free(void *memory);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,8 @@
-// Loads the library named on the command line as a management process does, with every symbol resolved at once.
+// Loads the library named on the command line as a management process does, with every symbol resolved at once, and
+// delivers an event when it has closed it again: the adviser knows no way to take a registration back.
 #include <dlfcn.h>
 #include <err.h>
+#include <stddef.h>
 
 int main(int argc, char **argv)
 {
@@ -9,5 +11,9 @@ int main(int argc, char **argv)
     void *module = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
     if (!module || !dlsym(module, "ky_bridge_init"))
         errx(1, "%s", dlerror());
-    return dlclose(module);
+    unsigned (*event)(unsigned, const void *);
+    *(void **)&event = dlsym(module, "__bridge_port_add_swid_callbacks");
+    if (!event || dlclose(module) != 0)
+        errx(1, "%s", dlerror());
+    return (int)event(9, NULL);
 }

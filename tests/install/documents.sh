@@ -49,10 +49,12 @@ done
 echo "$count blocks"
 [ -n "$(ls "$work"/*docs_integration_md.*.c)" ]
 
-for option in $(kybridge-host --help | grep -oE '^ +(-[a-z],)?--[a-z-]+' | grep -oE -e '--[a-z-]+'); do
-    grep -qF -e "${option//-/\\-}" "$source/docs/kybridge-host.1" || {
-        echo "docs/kybridge-host.1 does not tell of $option"
-        failed=1
-    }
+for program in kybridge-host kybridge-conform; do
+    for option in $($program --help | grep -oE '^ +(-[a-z],)?--[a-z-]+' | grep -oE -e '--[a-z-]+'); do
+        grep -qF -e "${option//-/\\-}" "$source/docs/$program.1" || {
+            echo "docs/$program.1 does not tell of $option"
+            failed=1
+        }
+    done
 done
 exit $failed

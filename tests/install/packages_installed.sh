@@ -54,6 +54,31 @@ END
 gcc -o "$work/version" "$work/version.c" $(pkg-config --cflags --libs kybridge-sdk kybridge)
 "$work/version"
 
+# The example SDK passes where everything is installed, checked by the program and from a process of its own.
+example=/usr/share/doc/kybridge-conform/examples/example_sdk.c
+gcc -shared -fPIC -o "$work/libexample_sdk.so" $example $(pkg-config --cflags kybridge) -ldl
+kybridge-conform --seconds 1 "$work/libexample_sdk.so" >"$work/output" || {
+    cat "$work/output"
+    exit 1
+}
+cat >"$work/process.c" <<'END'
+#include <kyconform/ky_conform.h>
+static void report(const ky_conform_result_t *result, void *failed)
+{
+    *(int *)failed += result->outcome == KY_CONFORM_FAILS;
+}
+int main(void)
+{
+    int failed = 0;
+    char error[256];
+    const ky_conform_options_t options = {.seconds = 1};
+    return ky_conform_run(&options, report, &failed, error, sizeof error) != 0 || failed != 0;
+}
+END
+gcc -rdynamic -o "$work/process" "$work/process.c" $example $(pkg-config --cflags kybridge) \
+    $(pkg-config --cflags --libs kyconform) -ldl
+"$work/process"
+
 # What it needs is a version of the interface, so a mended package serves it as well.
 mkdir "$work/debian"
 echo 'Source: process' >"$work/debian/control"
