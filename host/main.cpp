@@ -5,19 +5,23 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <memory>
+#include <optional>
 #include <system_error>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "host/module/doctor.h"
+#include "host/output/outlet.h"
+#include "host/output/output.h"
 #include "host/output/terminal.h"
 #include "host/run/interpreter.h"
 #include "host/run/live.h"
 #include "host/run/prompt.h"
+#include "sim/descriptor.h"
 
 namespace {
 
@@ -25,7 +29,7 @@ using host::Interpreter;
 using host::Verdict;
 
 constexpr const char *module_soname = "libkybridge.so.1";
-constexpr const char *standard_input = "-";
+constexpr const char *standard_stream = "-";
 
 struct Options {
     std::vector<std::string> files;
@@ -44,7 +48,7 @@ struct Options {
 };
 
 /// Runs commands as they arrive on standard input. A person at a terminal is prompted, and may mistype.
-Verdict run_standard_input(const host::Host &host, Interpreter &interpreter)
+Verdict run_standard_input(host::Host &host, Interpreter &interpreter)
 {
     if (isatty(STDIN_FILENO) == 0)
         return interpreter.run(std::cin, "standard input");
@@ -57,7 +61,7 @@ Verdict check_files(const std::vector<std::string> &files, bool standard_input_t
 {
     auto verdict = host::as_expected;
     for (const std::string &file : files) {
-        if (file == standard_input) {
+        if (file == standard_stream) {
             if (standard_input_too)
                 verdict = std::max(verdict, host::check_script(std::cin, "standard input"));
             continue;
@@ -80,7 +84,7 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
 {
     auto verdict = host::as_expected;
     for (const std::string &file : options.files) {
-        if (file == standard_input) {
+        if (file == standard_stream) {
             verdict = std::max(verdict, run_standard_input(host, interpreter));
         } else {
             std::ifstream script(file);
@@ -91,21 +95,20 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
     }
     const bool goes_on = verdict == host::as_expected || (verdict == host::unexpected && options.keep_going);
     if (goes_on && !host.quitting && !options.attachments.empty())
-        verdict = std::max(verdict, host::forward(host, interpreter, options.attachments, options.control));
+        verdict = std::max(verdict, host::forward(host, options.attachments, options.control));
     return std::max(verdict, interpreter.finish());
 }
 
-struct CloseFile {
-    void operator()(std::FILE *file) const { static_cast<void>(std::fclose(file)); }
-};
-
-/// @throws std::system_error when something that was printed is lost
-void expect_written(std::FILE *file, const std::string &name)
+/// @return -1: the log has no file of its own
+/// @throws std::system_error when the file cannot be had
+int open_log(const std::string &path)
 {
-    if (std::fflush(file) != 0)
-        throw std::system_error(errno, std::generic_category(), name);
-    if (std::ferror(file) != 0) // an earlier write failed, for a reason that is forgotten
-        throw std::system_error(EIO, std::generic_category(), name);
+    if (path.empty() || path == standard_stream)
+        return -1;
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); // NOLINT(*-vararg)
+    if (file < 0)
+        throw std::system_error(errno, std::generic_category(), path);
+    return file;
 }
 
 int run(const Options &options)
@@ -114,30 +117,32 @@ int run(const Options &options)
     if (wrong != host::as_expected || options.check_only)
         return wrong;
 
+    const sim::Descriptor log_file(open_log(options.log));
     host::Host host{host::load_module(options.module)};
-    std::unique_ptr<std::FILE, CloseFile> log_file;
-    if (options.log == "-") {
-        host.log.file = stdout;
+    std::optional<host::Outlet> log;
+    if (options.log == standard_stream) {
+        host.log.outlet = &host.out;
     } else if (!options.log.empty()) {
-        log_file.reset(std::fopen(options.log.c_str(), "w"));
-        if (!log_file) {
-            fmt::print(stderr, "{}: {}\n", options.log, std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
-            return host::wrong_script;
-        }
-        host.log.file = log_file.get();
+        log.emplace(log_file.get(), options.log, &host.err);
+        host.log.outlet = &*log;
     }
     host.json = options.json;
     host.trace(options.trace);
-    host.device.log = [&host](const sdk::LogLine &line) { host.log.write(line); };
+    host.device.log = [&host](const sdk::LogLine &line) { host.write_log(line); };
     host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
 
-    Interpreter interpreter(host, options.keep_going);
+    host::TextOutput output(host.out, host.err, options.json);
+    host.output = &output;
+    Interpreter interpreter(host, output, options.keep_going);
     const Verdict verdict = run_files(host, interpreter, options);
     host.device.log = nullptr;
     host.trace(false);
-    if (log_file)
-        expect_written(log_file.get(), options.log);
-    return verdict;
+    bool lost = false;
+    for (host::Outlet *outlet : {host.log.outlet, &host.out, &host.err}) {
+        outlet->finish();
+        lost = lost || outlet->has_lost();
+    }
+    return lost ? host::wrong_script : verdict;
 }
 
 /// Both files when both are given, the SDK's first.
@@ -181,10 +186,12 @@ int run_command_line(int argc, char **argv)
                  "No colours on a terminal; NO_COLOR in the environment says the same");
     app.set_version_flag("--version", "kybridge-host " KYBRIDGE_VERSION);
     app.footer([] {
-        return host::help_on_all_commands() + "\nEXIT STATUS\n  0  every command did what the script expected\n"
-                                              "  1  a command did not, or memory was left over at the end; or the "
-                                              "examined file is not what it should be\n"
-                                              "  2  a wrong line in a script, wrong arguments, or no module to load\n";
+        return host::help_on_all_commands() +
+               "\nEXIT STATUS\n  0  every command did what the script expected\n"
+               "  1  a command did not, or memory was left over at the end; or the "
+               "examined file is not what it should be\n"
+               "  2  a wrong line in a script, wrong arguments, no module to load, or output that "
+               "could not be written\n";
     });
 
     try {
@@ -196,7 +203,7 @@ int run_command_line(int argc, char **argv)
         if (!options.attachments.empty())
             host::hold_signals();
         else if (options.files.empty())
-            options.files.emplace_back(standard_input);
+            options.files.emplace_back(standard_stream);
         return run(options);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? host::as_expected : host::wrong_script;
@@ -212,7 +219,9 @@ int main(int argc, char **argv)
 {
     try {
         const int exit_status = run_command_line(argc, argv);
-        expect_written(stdout, "standard output");
+        const bool failed = std::fflush(stdout) != 0;
+        if (failed || std::ferror(stdout) != 0) // an earlier write failed, for a reason that is forgotten
+            throw std::system_error(failed ? errno : EIO, std::generic_category(), "standard output");
         return exit_status;
     } catch (const std::exception &error) { // memory that is not to be had, output that cannot be written
         static_cast<void>(std::fprintf(stderr, "kybridge-host: %s\n", error.what()));

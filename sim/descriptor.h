@@ -2,6 +2,8 @@
 #ifndef KYBRIDGE_SIM_DESCRIPTOR_H
 #define KYBRIDGE_SIM_DESCRIPTOR_H
 
+#include <utility>
+
 #include <unistd.h>
 
 namespace sim {
@@ -20,6 +22,7 @@ public:
         descriptor_ = descriptor;
     }
     int get() const { return descriptor_; }
+    int release() { return std::exchange(descriptor_, -1); } ///< to another owner
 
 private:
     int descriptor_; ///< -1: none

@@ -23,10 +23,10 @@ void forbid_colours()
     colours_allowed = false;
 }
 
-bool has_colours(std::FILE *file)
+bool has_colours(int descriptor)
 {
     const char *no_color = std::getenv("NO_COLOR"); // NOLINT(concurrency-mt-unsafe): nobody changes it
-    return colours_allowed && (no_color == nullptr || *no_color == '\0') && isatty(fileno(file)) != 0;
+    return colours_allowed && (no_color == nullptr || *no_color == '\0') && isatty(descriptor) != 0;
 }
 
 std::string bold(const std::string &text)

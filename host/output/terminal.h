@@ -3,7 +3,6 @@
 #define KYBRIDGE_HOST_TERMINAL_H
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 
 namespace terminal {
@@ -11,8 +10,8 @@ namespace terminal {
 /// Forbids colours from now on.
 void forbid_colours();
 
-/// Whether text to `file` may have colours: a terminal, not forbidden, and no NO_COLOR in the environment.
-bool has_colours(std::FILE *file);
+/// Whether text to a descriptor may have colours: a terminal, not forbidden, and no NO_COLOR in the environment.
+bool has_colours(int descriptor);
 
 std::string bold(const std::string &text);
 std::string red(const std::string &text);

@@ -1,6 +1,7 @@
 #include "host/run/interpreter.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <unistd.h>
 
@@ -11,14 +12,6 @@
 namespace host {
 
 namespace {
-
-/// After everything that was printed before it.
-void complain(const std::string &text, std::FILE *out = stdout, std::FILE *err = stderr)
-{
-    (void)std::fflush(out);
-    terminal::clear_progress();
-    fmt::print(err, "{}\n", terminal::has_colours(err) ? terminal::red(text) : text);
-}
 
 std::string place_of(const std::string &file, std::size_t line)
 {
@@ -54,6 +47,19 @@ Call read_call(std::span<const std::string> words, const Names *names)
     }
 }
 
+/// Sends what commands say to whoever gave them, while it lives.
+class Redirection {
+public:
+    Redirection(Host &host, Output &output) : host_(host), before_(std::exchange(host.output, &output)) {}
+    ~Redirection() { host_.output = before_; }
+    Redirection(const Redirection &) = delete;
+    Redirection &operator=(const Redirection &) = delete;
+
+private:
+    Host &host_;
+    Output *before_;
+};
+
 } // namespace
 
 Verdict check_script(std::istream &script, const std::string &file)
@@ -66,7 +72,8 @@ Verdict check_script(std::istream &script, const std::string &file)
             if (const Words words = parse_line(line); !words.empty())
                 read_call(words, nullptr);
         } catch (const ScriptError &error) {
-            complain(fmt::format("{}: {}", place_of(file, number), error.what()));
+            const std::string text = fmt::format("{}: {}\n", place_of(file, number), error.what());
+            fmt::print(stderr, "{}", terminal::has_colours(STDERR_FILENO) ? terminal::red(text) : text);
             verdict = wrong_script;
         }
     }
@@ -88,45 +95,65 @@ Verdict Interpreter::run(std::istream &script, const std::string &file)
 
 Verdict Interpreter::run_line(const std::string &line, const std::string &place)
 {
+    auto verdict = begin(line, place);
+    while (!verdict)
+        verdict = go_on();
+    return *verdict;
+}
+
+std::optional<Verdict> Interpreter::begin(const std::string &line, const std::string &place)
+{
     try {
         const Words words = parse_line(line);
         if (words.empty())
             return as_expected;
         if (host_.tracing)
-            host_.log.write("> " + line);
-        return carry_out(words, place);
+            host_.write_log("> " + line);
+        const Call call = read_call(words, &host_.names);
+        current_ = {words, place, call.expected, nullptr};
+        return advance([this, &call] { return call.command->run(host_, call.arguments); });
     } catch (const ScriptError &error) {
-        complain(fmt::format("{}: {}", place, error.what()), host_.out, host_.err);
+        output_.complain(fmt::format("{}: {}", place, error.what()));
         return wrong_script;
     }
 }
 
-Verdict Interpreter::carry_out(std::span<const std::string> words, const std::string &place)
+std::optional<Verdict> Interpreter::go_on()
 {
-    const Call call = read_call(words, &host_.names);
+    return advance(std::exchange(current_.rest, nullptr));
+}
+
+/// Carries out a part of the current command, and judges the command when it was the last.
+std::optional<Verdict> Interpreter::advance(const std::function<Result()> &part)
+{
+    const Redirection to_giver(host_, output_);
     host_.log.errors.clear();
-    const Result result = call.command->run(host_, call.arguments);
-    Verdict verdict = judge(result, call.expected, words, place);
-    for (; violations_seen_ < host_.device.violations.size(); ++violations_seen_) {
-        complain(fmt::format("{}: the SDK was misused: {}", place, host_.device.violations[violations_seen_]),
-                 host_.out, host_.err);
+    const std::size_t misuses = host_.device.violations.size();
+    Result result = part();
+    std::optional<Verdict> verdict;
+    if (result.rest)
+        current_.rest = std::move(result.rest);
+    else
+        verdict = judge(result);
+    for (std::size_t i = misuses; i < host_.device.violations.size(); ++i) {
+        output_.complain(fmt::format("{}: the SDK was misused: {}", current_.place, host_.device.violations[i]));
         verdict = unexpected;
     }
     return verdict;
 }
 
-Verdict Interpreter::judge(const Result &result, ky_status_t expected, std::span<const std::string> words,
-                           const std::string &place)
+Verdict Interpreter::judge(const Result &result)
 {
+    const ky_status_t expected = current_.expected;
     if (result.status == expected && !result.failed) {
         const std::string text =
             expected == KY_STATUS_SUCCESS ? result.text : "refused as expected: " + status_text(expected);
         if (!text.empty() || !result.outputs.empty())
-            host_.print(text + result.outputs + "\n");
+            output_.print(text + result.outputs + "\n");
         return as_expected;
     }
 
-    std::string complaint = fmt::format("{}: {}", place, join(words));
+    std::string complaint = fmt::format("{}: {}", current_.place, join(current_.words));
     if (result.failed)
         complaint += "\n  " + result.text;
     else
@@ -134,7 +161,7 @@ Verdict Interpreter::judge(const Result &result, ky_status_t expected, std::span
                                  result.outputs);
     for (const std::string &error : host_.log.errors)
         complaint += "\n  " + error;
-    complain(complaint, host_.out, host_.err);
+    output_.complain(complaint);
     return unexpected;
 }
 
@@ -142,15 +169,15 @@ Verdict Interpreter::finish()
 {
     // Faults that a script planned and did not meet are not meant for this stop.
     if (host_.device.faults.pending()) {
-        complain("at the end: a planned fault has not happened ('show faults' tells which)", host_.out, host_.err);
+        output_.complain("at the end: a planned fault has not happened ('show faults' tells which)");
         host_.device.faults.clear();
     }
     Verdict verdict = as_expected;
     if (host_.module.is_started())
         verdict = run_line("stop", "at the end");
     if (!host_.device.memory.outstanding.empty() || !host_.device.memory.raw_outstanding.empty()) {
-        complain(fmt::format("at the end: {} bytes of memory are still outstanding", host_.device.memory.bytes()),
-                 host_.out, host_.err);
+        output_.complain(
+            fmt::format("at the end: {} bytes of memory are still outstanding", host_.device.memory.bytes()));
         verdict = unexpected;
     }
     return verdict;

@@ -3,7 +3,9 @@
 #define KYBRIDGE_HOST_INTERPRETER_H
 
 #include <cstdint>
+#include <functional>
 #include <istream>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -25,8 +27,12 @@ Verdict check_script(std::istream &script, const std::string &file);
 
 class Interpreter {
 public:
+    /// @param output where answers and complaints go
     /// @param keep_going goes on after a command that did not do what was expected
-    Interpreter(Host &host, bool keep_going) : host_(host), keep_going_(keep_going) {}
+    Interpreter(Host &host, Output &output, bool keep_going = false)
+        : host_(host), output_(output), keep_going_(keep_going)
+    {
+    }
 
     /// Carries out a script up to its end, to a wrong line, or to a command that did not do what was expected.
     Verdict run(std::istream &script, const std::string &file);
@@ -35,17 +41,31 @@ public:
     /// @param place that messages begin with: "FILE:LINE"
     Verdict run_line(const std::string &line, const std::string &place);
 
+    /// The same in parts of a few milliseconds, for those who have other things to do meanwhile: begin, then go_on as
+    /// long as there is no verdict.
+    std::optional<Verdict> begin(const std::string &line, const std::string &place);
+    std::optional<Verdict> go_on();
+    bool is_busy() const { return current_.rest != nullptr; }
+
     /// Stops the module if it is started, and reports memory that is still outstanding.
     Verdict finish();
 
 private:
-    Verdict carry_out(std::span<const std::string> words, const std::string &place);
-    Verdict judge(const Result &result, ky_status_t expected, std::span<const std::string> words,
-                  const std::string &place);
+    /// The command that is being carried out.
+    struct Current {
+        Words words;
+        std::string place;
+        ky_status_t expected = KY_STATUS_SUCCESS;
+        std::function<Result()> rest; ///< empty: none is
+    };
+
+    std::optional<Verdict> advance(const std::function<Result()> &part);
+    Verdict judge(const Result &result);
 
     Host &host_;
+    Output &output_;
     bool keep_going_;
-    std::size_t violations_seen_ = 0;
+    Current current_;
 };
 
 } // namespace host

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/host.h"
 #include "host/run/interpreter.h"
 
 namespace host {
@@ -14,12 +15,11 @@ namespace host {
 void hold_signals();
 
 /// Attaches ports to interfaces and forwards between them until SIGINT, SIGTERM or the command 'quit'. Commands
-/// come from standard input, or from a client of a Unix socket, which gets their answers.
+/// come from standard input, or from the clients of a Unix socket, each of which gets its answers.
 /// @param attachments "PORT=INTERFACE" each, a port by its number or its name
 /// @param control path of the socket; empty: standard input
 /// @return wrong_script, reported, when something cannot be attached or the socket cannot be had
-Verdict forward(Host &host, Interpreter &interpreter, const std::vector<std::string> &attachments,
-                const std::string &control);
+Verdict forward(Host &host, const std::vector<std::string> &attachments, const std::string &control);
 
 } // namespace host
 

@@ -90,7 +90,7 @@ Line read_line()
 
 } // namespace
 
-void run_prompt(const Host &host, Interpreter &interpreter)
+void run_prompt(Host &host, Interpreter &interpreter)
 {
     names_known = &host.names;
     rl_readline_name = "kybridge-host";
@@ -113,7 +113,7 @@ void run_prompt(const Host &host, Interpreter &interpreter)
             add_history(line.get());
         last = line.get();
         interpreter.run_line(last, "that line");
-        (void)std::fflush(stdout);
+        host.out.flush();
     }
     if (!file.empty() && write_history(file.c_str()) != 0)
         fmt::print(stderr, "{}: the history could not be written\n", file);

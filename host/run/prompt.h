@@ -8,7 +8,7 @@ namespace host {
 
 /// Carries out lines that are typed at the terminal, until Ctrl-D. Wrong ones are told and do nothing else. The
 /// history is kept in ~/.kybridge_history when HOME is set.
-void run_prompt(const Host &host, Interpreter &interpreter);
+void run_prompt(Host &host, Interpreter &interpreter);
 
 } // namespace host
 

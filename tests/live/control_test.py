@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+"""What clients, disks and readers do to a switch that forwards: they get their due, and it goes on.
+
+    control_test.py HOST [CASE...]
+"""
+import contextlib
+import os
+import socket
+import stat
+import subprocess
+import sys
+import threading
+
+from namespaces_test import main, namespace, ping, run, untagged_bridge
+
+
+def all_answers(client, lines):
+    """Sends lines and no more. @return all that comes back"""
+    def send():
+        with contextlib.suppress(OSError):  # the session may end before
+            client.sendall(lines)
+            client.shutdown(socket.SHUT_WR)
+    threading.Thread(target=send).start()
+    answer = b""
+    while part := client.recv(65536):
+        answer += part
+    return answer
+
+
+def gone_and_deaf_clients(start):
+    """Answers that nobody takes, some longer than any buffer, and lines that never end."""
+    switch = start("remember before\n" + untagged_bridge("a", "b") + "".join(
+        f"bridge create as b{i}\nvport add b{i} c vlan {200 + i} tagged\n" for i in range(63)))
+    for lines in (b"A" * 5000 + b"\n", b"same-as before\n" * 50, b"bogus\n" * 20000):
+        with switch.connect() as client, contextlib.suppress(OSError):
+            client.sendall(lines)
+    with switch.connect() as deaf:
+        deaf.settimeout(0.5)
+        with contextlib.suppress(OSError):  # until the buffers are full
+            while True:
+                deaf.sendall(b"show journal\n" * 100)
+        assert ping("a", "10.0.0.2") == 3
+        assert "verified" in switch("verify")
+        switch.stop()
+
+
+def clients_side_by_side(start):
+    """Everyone gets all of their answers, in their order; a line has its limit, and needs no end at the last."""
+    switch = start(untagged_bridge("a", "b"))
+    answers = {}
+
+    def talk(name):
+        with switch.connect() as client:
+            answers[name] = all_answers(client, b"".join(b"say %s %d\n" % (name, i) for i in range(5000)))
+    talkers = [threading.Thread(target=talk, args=(name,)) for name in (b"one", b"two", b"three")]
+    for talker in talkers:
+        talker.start()
+    for talker in talkers:
+        talker.join()
+    for name, answer in answers.items():
+        assert answer.splitlines() == [b"%s %d" % (name, i) for i in range(5000)], f"{name}: {answer[-100:]}"
+
+    longest = b"say " + b"x" * 4092
+    with switch.connect() as client:
+        assert all_answers(client, longest + b"\nsay last") == longest[4:] + b"\nlast\n"
+    with switch.connect() as client:
+        answer = all_answers(client, b"say first\n" + longest + b"x\nsay last\n")
+        assert answer.startswith(b"first\n") and b"4096 bytes" in answer and b"last" not in answer, answer
+
+
+def one_socket_one_host(start):
+    """A second host does not take the socket of one that lives, only that of one that died; nobody else gets in."""
+    umask = os.umask(0)
+    first = start("", "--json")
+    os.umask(umask)
+    path = f"{first.folder.name}/control"
+    assert (mode := stat.S_IMODE(os.stat(path).st_mode)) == 0o600, oct(mode)
+    second = run(*first.command, check=False)
+    assert second.returncode == 2 and f"{path}: in use" in second.stderr, second.stderr
+    first.kill()
+    heir = subprocess.Popen(first.command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT, text=True)
+    while "forwarding" not in heir.stdout.readline():
+        assert heir.poll() is None, "the heir ended"
+    with first.connect() as client:
+        assert all_answers(client, b"say heir") == b"heir\n"
+    os.rename(path, path + ".moved")
+    with open(path, "w"):  # somebody else's
+        heir.terminate()
+        heir.communicate(timeout=20)
+    assert heir.returncode == 0 and os.path.exists(path), heir.returncode
+
+
+def output_that_is_lost(start):
+    """A full disk and a reader that has gone: frames flow on, the loss is told once and by the exit status."""
+    for options, streams, name in ((["--log", "/dev/full"], {}, "/dev/full: No space left on device"),
+                                   (["--log", "-"], {"stderr": subprocess.PIPE}, "standard output: Broken pipe")):
+        switch = start(untagged_bridge("a", "b"), *options, **streams)
+        if streams:
+            switch.process.stdout.close()
+            run("ip", "-n", namespace("sw"), "link", "set", "pc", "down")  # which is told on standard output
+        with switch.connect() as client:
+            assert b"done" in all_answers(client, b"bridge destroy 7\n" * 100 + b"say done")
+        assert ping("a", "10.0.0.2") == 3
+        switch.process.terminate()
+        told = (switch.process.stderr or switch.process.stdout).read()
+        assert switch.process.wait(20) == 2 and told.count(name) == 1, told
+        run("ip", "-n", namespace("sw"), "link", "set", "pc", "up")
+
+
+if __name__ == "__main__":
+    sys.exit(main([gone_and_deaf_clients, clients_side_by_side, one_socket_one_host, output_that_is_lost]))
