@@ -37,7 +37,8 @@ KY_BRIDGE_API ky_status_t __bridge_remove_ingress_acl_rule(bridge_db_bridge_t *b
 
 // ---- Egress rules (acl_egress.cpp) -----------------------------------------------------------------
 
-/// Takes a use of a port's binding to the region's ACL; the first binds it. @return 0 or the ACL manager's status
+/// Takes a use of a port's binding to the region's ACL; the first binds it, unless it is bound without a use.
+/// @return 0 or the ACL manager's status
 KY_BRIDGE_API ky_status_t __bridge_bind_port_eacl(bridge_acl_region_t *region, bridge_db_log_port_t *log_port);
 /// Drops a use of a port's binding to the region's ACL; the last unbinds it.
 /// @return 0, KY_STATUS_PARAM_ERROR (there was no use) or the status of the unbinding
@@ -58,7 +59,7 @@ KY_BRIDGE_API ky_status_t __bridge_remove_homogenous_egress_acl_rule(bridge_db_b
 /// @return 0, KY_STATUS_ENTRY_NOT_FOUND (the port is not known), KY_STATUS_PARAM_ERROR (not the homogenous
 ///         mode), or the failed step's status
 KY_BRIDGE_API ky_status_t __bridge_create_egress_acl_rule(bridge_db_bridge_t *bridge, bridge_db_virtual_port_t *vport);
-/// Gives up the egress side of a virtual port, in reverse. @return as __bridge_create_egress_acl_rule
+/// Gives up what a virtual port holds of its egress side, in reverse. @return as __bridge_create_egress_acl_rule
 KY_BRIDGE_API ky_status_t __bridge_remove_egress_acl_rule(bridge_db_bridge_t *bridge, bridge_db_virtual_port_t *vport);
 
 // ---- Port binding (acl_binding.cpp) ----------------------------------------------------------------

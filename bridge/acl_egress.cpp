@@ -9,7 +9,7 @@ ky_status_t __bridge_bind_port_eacl(bridge_acl_region_t *region, bridge_db_log_p
 {
     const kybridge::FunctionTrace trace;
 
-    if (log_port->eacl_bound_cnt != 0) {
+    if (log_port->eacl_region != nullptr) { // also without a use, which is then taken over
         LOG_DEBUG("Port already bound to eACL region.\n");
         ++log_port->eacl_bound_cnt;
         return KY_STATUS_SUCCESS;
@@ -96,7 +96,6 @@ ky_status_t __bridge_remove_homogenous_egress_acl_rule(bridge_db_bridge_t *bridg
 {
     const kybridge::FunctionTrace trace;
 
-    // Without a use, because an earlier removal was refused, the removal is repeated: nothing is left to do.
     if (vport->egress_offset == nullptr)
         return KY_STATUS_SUCCESS;
 
@@ -140,6 +139,7 @@ ky_status_t __bridge_create_egress_acl_rule(bridge_db_bridge_t *bridge, bridge_d
         __bridge_remove_homogenous_egress_acl_rule(bridge, vport);
         return status;
     }
+    vport->holds_eacl_binding = true;
     return KY_STATUS_SUCCESS;
 }
 
@@ -155,19 +155,19 @@ ky_status_t __bridge_remove_egress_acl_rule(bridge_db_bridge_t *bridge, bridge_d
     }
     if (!kybridge::is_homogenous_mode())
         return KY_STATUS_PARAM_ERROR;
-    // A virtual port that lost its use of the rule to a refused removal may have lost its use of the
-    // binding as well: where no use is counted there is none to drop.
-    if (vport->egress_offset != nullptr || log_port->eacl_bound_cnt != 0) {
+    if (vport->holds_eacl_binding) {
         status = __bridge_unbind_port_eacl(&bridge_db->egress_region, log_port);
         if (status != KY_STATUS_SUCCESS) {
             LOG_ERROR("__bridge_unbind_port_eacl failed when removing eACL.\n");
             return status;
         }
+        vport->holds_eacl_binding = false;
     }
     status = __bridge_remove_homogenous_egress_acl_rule(bridge, vport);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_remove_homogenous_egress_acl_rule failed when removing eACL.\n");
-        __bridge_bind_port_eacl(&bridge_db->egress_region, log_port);
+        const ky_status_t restored = __bridge_bind_port_eacl(&bridge_db->egress_region, log_port);
+        vport->holds_eacl_binding = restored == KY_STATUS_SUCCESS;
         return status;
     }
     return KY_STATUS_SUCCESS;

@@ -22,6 +22,20 @@ ky_status_t delete_virtual_ports(const bridge_db_log_port_t &port)
     return KY_STATUS_SUCCESS;
 }
 
+/// Unbinds a port without virtual ports from the module's ACLs: from the egress one only where a refused undo
+/// left it bound without a use. @return 0 or the status of the unbinding that was refused
+ky_status_t unbind_port(bridge_db_log_port_t &port)
+{
+    if (port.eacl_region != nullptr) {
+        const ky_status_t status =
+            __bridge_unbind_port_from_acl(port.log_port, port.eacl_region->acl_id, KY_ACL_DIRECTION_EGRESS);
+        if (status != KY_STATUS_SUCCESS)
+            return status;
+        port.eacl_region = nullptr;
+    }
+    return __bridge_unbind_port_from_acl(port.log_port, bridge_db->ingress_region.acl_id, KY_ACL_DIRECTION_INGRESS);
+}
+
 /// Frees a bridge with its internal VLAN and whatever virtual ports a refused clear left in it. The
 /// hardware is not touched.
 void drop_bridge(bridge_db_bridge_t *bridge)
@@ -74,7 +88,7 @@ ky_status_t ky_bridge_clear_port(uint32_t log_port, uint32_t release_log_port)
     if (status != KY_STATUS_SUCCESS || release_log_port == 0)
         return status;
 
-    status = __bridge_unbind_port_from_acl(log_port, bridge_db->ingress_region.acl_id, KY_ACL_DIRECTION_INGRESS);
+    status = unbind_port(*port);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_unbind_port_from_acl failed for port (0x%08X): %s\n", log_port,
                   kybridge::status_text(status));

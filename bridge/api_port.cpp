@@ -16,14 +16,18 @@ struct Attachment {
     bridge_db_log_port_t *log_port; ///< known from the back reference (ADD) or its lookup (DELETE) on
 };
 
-/// Frees the offsets of rules that the ACL manager would not delete, as their virtual port is about to go and
-/// nobody else knows of them. The rules stand until their offsets are next written.
-void give_up_rules(const Attachment &attached)
+/// Gives up, without a call, what a refused undo step left with a virtual port that is about to go, as nobody
+/// else knows of it. Its rules stand until their offsets are next written; a port whose last use of the egress
+/// binding goes like this stays bound, for its next use.
+void give_up_uses(const Attachment &attached)
 {
-    if (attached.vport->ingress_offset != nullptr)
-        kybridge::put_offset(bridge_db->ingress_region, attached.vport->ingress_offset);
-    if (attached.vport->egress_offset != nullptr && --attached.bridge->egress_rule_ref_cnt == 0)
+    bridge_db_virtual_port_t *const vport = attached.vport;
+    if (vport->ingress_offset != nullptr)
+        kybridge::put_offset(bridge_db->ingress_region, vport->ingress_offset);
+    if (vport->egress_offset != nullptr && --attached.bridge->egress_rule_ref_cnt == 0)
         kybridge::put_offset(bridge_db->egress_region, attached.bridge->egress_offset);
+    if (vport->holds_eacl_binding)
+        --attached.log_port->eacl_bound_cnt;
 }
 
 /// The steps of an ADD that can be undone, in their order.
@@ -46,7 +50,7 @@ void undo_add(const Attachment &attached, AddStep completed)
         __bridge_remove_ingress_acl_rule(attached.bridge, attached.vport);
         [[fallthrough]];
     case AddStep::record:
-        give_up_rules(attached);
+        give_up_uses(attached);
         __bridge_db_free_virtual_port(attached.vport, attached.bridge);
     }
 }

@@ -265,6 +265,8 @@ ky_status_t __bridge_db_alloc_virtual_port(bridge_db_bridge_t *bridge, uint32_t 
     record->log_port = log_port;
     record->vlan = vlan;
     record->egress_mode = egress_mode;
+    record->holds_eacl_binding = false;
+    record->holds_vlans = false;
     record->ingress_offset = nullptr;
     record->egress_offset = nullptr;
     bridge->virtual_port_map.insert(log_port, record);
@@ -302,6 +304,8 @@ ky_status_t __bridge_db_free_virtual_port(bridge_db_virtual_port_t *vport, bridg
     vport->log_port = 0;
     vport->vlan = 0;
     vport->egress_mode = 0;
+    vport->holds_eacl_binding = false;
+    vport->holds_vlans = false;
     vport->ingress_offset = nullptr;
     vport->egress_offset = nullptr;
     bridge_db->virtual_port_pool.put(vport);

@@ -28,7 +28,8 @@ typedef struct bridge_acl_region {
     kybridge::Pool<bridge_acl_offset_t> offset_pool; ///< region_size offsets, lowest first
 } bridge_acl_region_t;
 
-/// A pair of a logical port and a VLAN, attached to a bridge.
+/// A pair of a logical port and a VLAN, attached to a bridge. It knows each use that it holds of what is shared,
+/// and of its own rule; a removal drops what is held, and what is not held is nothing to do.
 typedef struct bridge_db_virtual_port {
     cl_pool_item_t pool_item;            ///< in virtual_port_pool
     cl_map_item_t bridge_map_item;       ///< in its bridge's virtual_port_map, key log_port
@@ -36,9 +37,11 @@ typedef struct bridge_db_virtual_port {
     uint16_t bridge_id;                  ///< the bridge that owns it
     uint32_t log_port;                   ///< the logical port
     uint16_t vlan;                       ///< VLAN ID that ingress traffic carries
+    bool holds_eacl_binding;             ///< a use of its port's egress binding, counted in eacl_bound_cnt
+    bool holds_vlans;                    ///< uses of vlan and of its bridge's int_vlan, counted in vlan_ref_cnt
     uint32_t egress_mode;                ///< ky_egress_mode in the VLANs that the port joins
     bridge_acl_offset_t *ingress_offset; ///< its ingress rule, owned; nullptr: not written
-    bridge_acl_offset_t *egress_offset;  ///< its bridge's egress rule, borrowed; nullptr: not used
+    bridge_acl_offset_t *egress_offset;  ///< a use of its bridge's egress rule, borrowed; nullptr: none
 } bridge_db_virtual_port_t;
 
 /// A bridge: a forwarding domain with one internal VLAN.
@@ -74,8 +77,9 @@ typedef struct bridge_db_log_port {
     cl_map_item_t map_item;           ///< in log_port_map, key log_port
     uint32_t log_port;                ///< the logical port
     uint8_t swid;                     ///< the switch partition
-    uint32_t eacl_bound_cnt;          ///< its virtual ports, which hold it bound to the egress ACL
-    bridge_acl_region_t *eacl_region; ///< the region whose ACL it is bound to for egress; nullptr: unbound
+    uint32_t eacl_bound_cnt;          ///< virtual ports that hold a use of its egress binding
+    bridge_acl_region_t *eacl_region; ///< the region whose ACL it is bound to for egress; nullptr: unbound.
+                                      ///< With eacl_bound_cnt 0: bound without a use, as an undo was refused
     kybridge::Map<bridge_db_virtual_port_t, &bridge_db_virtual_port_t::back_ref_map_item> back_ref_map; ///< key vlan
     uint8_t *vlan_ref_cnt; ///< uses that keep the port in a VLAN, by VLAN ID; 0 to 2 each; owned
 } bridge_db_log_port_t;

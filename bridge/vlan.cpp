@@ -17,16 +17,16 @@ struct VlanList {
     }
 };
 
-/// Drops a use. A counter that a refused restore left at 0 stays there.
-void drop_use(uint8_t &counter)
+/// Whether a virtual port of the port keeps it in a VLAN that is its own.
+bool keeps_vlan(const bridge_db_log_port_t &log_port, uint16_t vlan)
 {
-    if (counter != 0)
-        --counter;
+    const bridge_db_virtual_port_t *const vport = log_port.back_ref_map.find(vlan);
+    return vport != nullptr && vport->holds_vlans;
 }
 
 } // namespace
 
-ky_status_t __bridge_vlan_enable(const bridge_db_bridge_t *bridge, const bridge_db_virtual_port_t *vport,
+ky_status_t __bridge_vlan_enable(const bridge_db_bridge_t *bridge, bridge_db_virtual_port_t *vport,
                                  bridge_db_log_port_t *log_port)
 {
     const kybridge::FunctionTrace trace;
@@ -35,7 +35,7 @@ ky_status_t __bridge_vlan_enable(const bridge_db_bridge_t *bridge, const bridge_
 
     VlanList joined;
     joined.add(vlan, vport->egress_mode);
-    if (int_vlan != vlan && log_port->back_ref_map.find(int_vlan) == nullptr)
+    if (int_vlan != vlan && !keeps_vlan(*log_port, int_vlan))
         joined.add(int_vlan, vport->egress_mode);
 
     const ky_status_t status =
@@ -46,20 +46,24 @@ ky_status_t __bridge_vlan_enable(const bridge_db_bridge_t *bridge, const bridge_
     }
     ++log_port->vlan_ref_cnt[vlan];
     ++log_port->vlan_ref_cnt[int_vlan];
+    vport->holds_vlans = true;
     return KY_STATUS_SUCCESS;
 }
 
-ky_status_t __bridge_vlan_disable(const bridge_db_bridge_t *bridge, const bridge_db_virtual_port_t *vport,
+ky_status_t __bridge_vlan_disable(const bridge_db_bridge_t *bridge, bridge_db_virtual_port_t *vport,
                                   bridge_db_log_port_t *log_port)
 {
     const kybridge::FunctionTrace trace;
+
+    if (!vport->holds_vlans)
+        return KY_STATUS_SUCCESS;
+
     uint8_t &vlan_uses = log_port->vlan_ref_cnt[vport->vlan];
     uint8_t &int_vlan_uses = log_port->vlan_ref_cnt[bridge->int_vlan];
 
     VlanList left;
     if (vport->vlan == bridge->int_vlan) { // both uses of the one VLAN are its own
-        if (vlan_uses != 0)
-            left.add(vport->vlan, vport->egress_mode);
+        left.add(vport->vlan, vport->egress_mode);
     } else {
         if (vlan_uses == 1)
             left.add(vport->vlan, vport->egress_mode);
@@ -73,8 +77,9 @@ ky_status_t __bridge_vlan_disable(const bridge_db_bridge_t *bridge, const bridge
         if (status != KY_STATUS_SUCCESS)
             return status;
     }
-    drop_use(vlan_uses);
-    drop_use(int_vlan_uses);
+    --vlan_uses;
+    --int_vlan_uses;
+    vport->holds_vlans = false;
     return KY_STATUS_SUCCESS;
 }
 

@@ -25,22 +25,6 @@ std::string fails(const std::vector<Step> &steps)
     return "";
 }
 
-/// Leaves out whatever can be left out, in ever smaller pieces, so that the last step still fails.
-std::vector<Step> shrink(std::vector<Step> steps)
-{
-    for (std::size_t piece = steps.size() / 2; piece != 0; piece /= 2)
-        for (std::size_t at = 0; at + piece < steps.size();) {
-            std::vector<Step> shorter = steps;
-            shorter.erase(shorter.begin() + static_cast<std::ptrdiff_t>(at),
-                          shorter.begin() + static_cast<std::ptrdiff_t>(at + piece));
-            if (fails(shorter).empty())
-                at += piece;
-            else
-                steps = std::move(shorter);
-        }
-    return steps;
-}
-
 void run(std::uint64_t seed, std::uint64_t operations)
 {
     std::printf("seed %llu, %llu operations\n", static_cast<unsigned long long>(seed),
@@ -57,7 +41,8 @@ void run(std::uint64_t seed, std::uint64_t operations)
         since_power_on.push_back(any_step(domain, below));
         const std::string findings = twin.run(since_power_on.back());
         if (!findings.empty()) {
-            const std::vector<Step> shortest = shrink(since_power_on);
+            const std::vector<Step> shortest =
+                shrink(since_power_on, [](const std::vector<Step> &steps) { return !fails(steps).empty(); });
             FAIL() << "seed " << seed << ", operation " << done << ":\n"
                    << findings << "the shortest sequence found, as a script for kybridge-host:\n\n"
                    << script(domain, shortest) << "\n# " << fails(shortest);

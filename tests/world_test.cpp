@@ -1,8 +1,11 @@
 // Small worlds, explored completely: from every state that can be reached, every operation with every argument.
 // Then the same with any one service call refused, for as long as the time allows.
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <map>
+#include <numeric>
+#include <random>
 #include <unordered_map>
 
 #include <gtest/gtest.h>
@@ -48,17 +51,17 @@ public:
                 nodes_[from].lead_to.try_emplace(here_, number);
             }
         }
-        std::printf("%zu states, %zu transitions\n", nodes_.size(), nodes_.size() * operations_.size());
+        known_ = static_cast<unsigned>(nodes_.size());
+        std::printf("%u states, %zu transitions\n", known_, known_ * operations_.size());
     }
 
     /// From each state, in the order of their discovery, refuses each call of each operation in turn.
     void explore_with_faults(std::chrono::seconds time)
     {
         const auto end = std::chrono::steady_clock::now() + time;
-        const std::size_t known = nodes_.size();
         unsigned faults = 0;
         unsigned from = 0;
-        for (; from < known && std::chrono::steady_clock::now() < end; ++from)
+        for (; from < known_ && std::chrono::steady_clock::now() < end; ++from)
             for (const Operation &operation : operations_)
                 for (unsigned call = 1; call == 1 || twin_.has_refused(); ++call) {
                     if (!twin_.is_certain() || !is_explored(here_))
@@ -66,12 +69,37 @@ public:
                     Way way;
                     ASSERT_TRUE(find_way([from](unsigned node) { return node == from; }, way));
                     go(way);
-                    carry_out({operation, call, call % 2 == 0 ? 77U : 200U});
+                    carry_out({operation, {call}, call % 2 == 0 ? 77U : 200U});
                     if (testing::Test::HasFatalFailure())
                         return;
                     faults += twin_.has_refused() ? 1 : 0;
                 }
-        std::printf("%u refused calls, in %u of %zu states\n", faults, from, known);
+        std::printf("%u refused calls, in %u of %u states\n", faults, from, known_);
+    }
+
+    /// Refuses each pair of calls of each operation in turn, in states from all over the world. What is left is
+    /// given back, which nothing may keep a host from.
+    void explore_with_pairs(std::chrono::seconds time)
+    {
+        const auto end = std::chrono::steady_clock::now() + time;
+        std::vector<unsigned> order(known_);
+        std::iota(order.begin(), order.end(), 0U);
+        std::shuffle(order.begin(), order.end(), std::mt19937(20240229)); // NOLINT(cert-msc32-c,cert-msc51-cpp)
+        unsigned pairs = 0;
+        unsigned states = 0;
+        for (; states < order.size() && std::chrono::steady_clock::now() < end; ++states) {
+            power_off_and_on();
+            Way way;
+            ASSERT_TRUE(find_way([&](unsigned node) { return node == order[states]; }, way));
+            for (const Operation &operation : operations_)
+                for (unsigned first = 1, calls = 2; first < calls; ++first)
+                    for (unsigned second = first + 1; second <= calls; ++second, ++pairs) {
+                        calls = try_pair(way, {operation, {first, second}});
+                        if (testing::Test::HasFatalFailure())
+                            return;
+                    }
+        }
+        std::printf("%u pairs of refused calls, in %u of %u states\n", pairs, states, known_);
     }
 
 private:
@@ -80,6 +108,9 @@ private:
     struct Node {
         unsigned explored = 0;                ///< how many operations have been carried out here
         std::map<unsigned, unsigned> lead_to; ///< to other nodes, by an operation's number
+        unsigned search = 0;                  ///< the last search that came here, from where and by which operation
+        unsigned reached_from = 0;
+        unsigned reached_by = 0;
     };
 
     bool is_explored(unsigned node) const { return nodes_[node].explored == operations_.size(); }
@@ -109,6 +140,34 @@ private:
         here_ = arrive();
     }
 
+    /// @return the calls that the operation made, with the pair refused
+    unsigned try_pair(const Way &way, const Step &step)
+    {
+        power_on(domain);
+        for (const unsigned number : way)
+            apply(operations_[number]);
+        unsigned calls = 0;
+        sdk::device().on_call = [&calls](const sdk::Call &call) {
+            calls += call.service != sdk::Service::cl_free ? 1 : 0;
+        };
+        for (const unsigned call : step.failing_calls)
+            sdk::device().faults.fail_any(call, step.fault);
+        apply(step.operation);
+        sdk::device().on_call = nullptr;
+        sdk::device().faults.clear();
+        std::string findings = check_held();
+        if (findings.empty())
+            findings = give_back(calls % 2 == 0);
+        EXPECT_EQ(findings, "") << [&] {
+            std::vector<Step> steps;
+            for (const unsigned number : way)
+                steps.push_back({operations_[number]});
+            steps.push_back(step);
+            return script(domain, steps);
+        }();
+        return calls;
+    }
+
     void go(const Way &way)
     {
         for (const unsigned number : way)
@@ -122,25 +181,29 @@ private:
     }
 
     /// The shortest known way from here to a node. @return whether there is one
-    template <typename Wanted> bool find_way(Wanted wanted, Way &way) const
+    template <typename Wanted> bool find_way(Wanted wanted, Way &way)
     {
-        constexpr unsigned nowhere = ~0U;
-        std::vector<std::pair<unsigned, unsigned>> from(nodes_.size(), {nowhere, 0}); // node and operation
+        way.clear();
+        if (wanted(here_))
+            return true;
+        ++search_;
         std::deque<unsigned> reached = {here_};
-        from[here_].first = here_;
-        for (; !reached.empty(); reached.pop_front()) {
-            unsigned node = reached.front();
-            if (wanted(node)) {
-                for (way.clear(); node != here_; node = from[node].first)
-                    way.insert(way.begin(), from[node].second);
-                return true;
-            }
-            for (const auto &[next, number] : nodes_[node].lead_to)
-                if (from[next].first == nowhere) {
-                    from[next] = {node, number};
-                    reached.push_back(next);
+        nodes_[here_].search = search_;
+        for (; !reached.empty(); reached.pop_front())
+            for (const auto &[next, number] : nodes_[reached.front()].lead_to) {
+                Node &node = nodes_[next];
+                if (node.search == search_)
+                    continue;
+                node.search = search_;
+                node.reached_from = reached.front();
+                node.reached_by = number;
+                if (wanted(next)) {
+                    for (unsigned at = next; at != here_; at = nodes_[at].reached_from)
+                        way.insert(way.begin(), nodes_[at].reached_by);
+                    return true;
                 }
-        }
+                reached.push_back(next);
+            }
         return false;
     }
 
@@ -148,8 +211,10 @@ private:
     std::vector<Operation> operations_;
     std::unordered_map<std::string, unsigned> numbers_; ///< of states, by all that is known of them
     std::vector<Node> nodes_;                           ///< by a state's number
+    unsigned known_ = 0;                                ///< states that operations reach without a refused call
     unsigned start_ = 0;
     unsigned here_ = 0;
+    unsigned search_ = 0;     ///< number of the last search
     std::vector<Step> steps_; ///< since the power was switched on
 };
 
@@ -157,9 +222,11 @@ void explore(LeftOut left_out)
 {
     World world(left_out);
     world.explore();
+    const std::chrono::seconds time(environment("KYBRIDGE_WORLD_SECONDS", reduced_effort() ? 1 : 4));
     if (!testing::Test::HasFatalFailure())
-        world.explore_with_faults(
-            std::chrono::seconds(environment("KYBRIDGE_WORLD_SECONDS", reduced_effort() ? 1 : 5)));
+        world.explore_with_faults(time);
+    if (!testing::Test::HasFatalFailure())
+        world.explore_with_pairs(std::chrono::seconds(environment("KYBRIDGE_PAIR_SECONDS", reduced_effort() ? 1 : 2)));
     power_on(domain); // also stops the module
 }
 

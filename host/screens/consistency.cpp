@@ -49,12 +49,14 @@ std::size_t capacity(const cl_qpool_t &pool)
     return pool.qcpool.num_objects;
 }
 
-/// Counts the uses of VLANs on ports as the virtual ports have them: one of the own, one of the internal VLAN.
+/// Counts the uses of VLANs on ports that virtual ports hold: one of the own, one of the internal VLAN.
 std::map<PortVlan, unsigned> vlan_uses(const bridge_db_t &db)
 {
     std::map<PortVlan, unsigned> uses;
     for_each(db.bridge_map, [&](const bridge_db_bridge_t &bridge) {
         for_each(bridge.virtual_port_map, [&](const bridge_db_virtual_port_t &vport) {
+            if (!vport.holds_vlans)
+                return;
             ++uses[{vport.log_port, vport.vlan}];
             ++uses[{vport.log_port, bridge.int_vlan}];
         });
@@ -131,100 +133,23 @@ void check_bridge(Findings &findings, const bridge_db_t &db, const bridge_db_bri
 
 void check_log_port(Findings &findings, const bridge_db_t &db, const bridge_db_log_port_t &port)
 {
+    std::uint32_t binding_users = 0;
     for_each(port.back_ref_map, [&](const bridge_db_virtual_port_t &vport) {
+        binding_users += vport.holds_eacl_binding ? 1 : 0;
         const bridge_db_bridge_t *const bridge = db.bridge_map.find(vport.bridge_id);
         findings.expect(vport.log_port == port.log_port && bridge != nullptr &&
                             bridge->virtual_port_map.find(vport.log_port) == &vport,
                         "port 0x{:08X} refers to a virtual port on VLAN {} that no bridge has", port.log_port,
                         vport.vlan);
     });
-    findings.expect((port.eacl_region != nullptr) == (port.eacl_bound_cnt != 0),
-                    "port 0x{:08X} names an egress region for {} uses of it", port.log_port, port.eacl_bound_cnt);
+    findings.expect(port.eacl_bound_cnt == binding_users, "port 0x{:08X} counts {} uses of its egress binding, not {}",
+                    port.log_port, port.eacl_bound_cnt, binding_users);
+    findings.expect(port.eacl_region != nullptr || port.eacl_bound_cnt == 0,
+                    "port 0x{:08X} names no egress region for {} uses of it", port.log_port, port.eacl_bound_cnt);
     findings.expect(port.vlan_ref_cnt != nullptr, "port 0x{:08X} has no VLAN counters", port.log_port);
 }
 
-// ---- The database and the hardware -------------------------------------------------------------------
-
-/// A rule as it should be, or is, in a comparable form.
-std::string rule_text(std::uint32_t log_port, std::uint32_t port_mask, std::uint16_t vlan, std::uint16_t new_vlan,
-                      bool dont_learn)
-{
-    return fmt::format("port 0x{:08X}/0x{:08X} vlan {} -> vlan {}{}", log_port, port_mask, vlan, new_vlan,
-                       dont_learn ? ", don't learn" : "");
-}
-
-void compare_rules(Findings &findings, const char *which, const std::map<std::uint16_t, std::string> &expected,
-                   const sdk::Device &device, std::uint32_t region_id)
-{
-    std::map<std::uint16_t, std::string> actual;
-    const auto region = device.acl.regions.find(region_id);
-    findings.expect(region != device.acl.regions.end(), "the {} region {} does not exist", which, region_id);
-    if (region == device.acl.regions.end())
-        return;
-    for (const auto &[offset, rule] : region->second.rules)
-        actual[offset] =
-            rule_text(rule.key_log_port, rule.log_port_mask, rule.key_vlan, rule.new_vlan, rule.dont_learn) +
-            (rule.vlan_mask == 0xFFFF ? "" : ", VLAN masked");
-
-    for (const auto &[offset, text] : expected) {
-        const auto found = actual.find(offset);
-        findings.expect(found != actual.end(), "{} rule {} is missing: {}", which, offset, text);
-        if (found != actual.end())
-            findings.expect(found->second == text, "{} rule {} is {} but should be {}", which, offset, found->second,
-                            text);
-    }
-    for (const auto &[offset, text] : actual)
-        findings.expect(expected.contains(offset), "{} rule {} belongs to nobody: {}", which, offset, text);
-}
-
-void check_rules(Findings &findings, const bridge_db_t &db, const sdk::Device &device)
-{
-    std::map<std::uint16_t, std::string> ingress;
-    std::map<std::uint16_t, std::string> egress;
-    for_each(db.bridge_map, [&](const bridge_db_bridge_t &bridge) {
-        const bool dont_learn = bridge.learning_mode == KY_FDB_LEARN_MODE_DONT_LEARN;
-        for_each(bridge.virtual_port_map, [&](const bridge_db_virtual_port_t &vport) {
-            findings.expect(vport.ingress_offset != nullptr, "virtual port (0x{:08X}, {}) has no ingress rule",
-                            vport.log_port, vport.vlan);
-            findings.expect(vport.egress_offset != nullptr, "virtual port (0x{:08X}, {}) does not use its egress rule",
-                            vport.log_port, vport.vlan);
-            if (vport.ingress_offset != nullptr)
-                ingress[vport.ingress_offset->offset] =
-                    rule_text(vport.log_port, 0xFFFFFFFF, vport.vlan, bridge.int_vlan, dont_learn);
-            if (bridge.egress_offset != nullptr)
-                egress[bridge.egress_offset->offset] = rule_text(0, 0, bridge.int_vlan, vport.vlan, dont_learn);
-        });
-    });
-    compare_rules(findings, "ingress", ingress, device, db.ingress_region.region_id);
-    compare_rules(findings, "egress", egress, device, db.egress_region.region_id);
-}
-
-void check_bindings(Findings &findings, const bridge_db_t &db, const sdk::Device &device)
-{
-    std::size_t expected = 0;
-    for_each(db.log_port_map, [&](const bridge_db_log_port_t &port) {
-        findings.expect(port.eacl_bound_cnt == port.back_ref_map.count(),
-                        "port 0x{:08X} counts {} uses of its egress binding for {} virtual ports", port.log_port,
-                        port.eacl_bound_cnt, port.back_ref_map.count());
-        const auto expect_bound = [&](sdk::Direction direction, const bridge_acl_region_t &region) {
-            ++expected;
-            const auto binding = device.acl.bindings.find({port.log_port, direction});
-            findings.expect(binding != device.acl.bindings.end() && binding->second.acl_id == region.acl_id,
-                            "port 0x{:08X} is not bound to the {} ACL", port.log_port, sdk::name(direction));
-        };
-        expect_bound(sdk::Direction::ingress, db.ingress_region);
-        if (port.eacl_bound_cnt != 0)
-            expect_bound(sdk::Direction::egress, db.egress_region);
-    });
-    std::size_t actual = 0;
-    for (const auto &[key, binding] : device.acl.bindings)
-        if (binding.acl_id == db.ingress_region.acl_id || binding.acl_id == db.egress_region.acl_id)
-            ++actual;
-    findings.expect(actual == expected, "{} ports and directions are bound to the module's ACLs, not {}", actual,
-                    expected);
-}
-
-void check_vlans(Findings &findings, const bridge_db_t &db, const sdk::Device &device)
+void check_vlan_counters(Findings &findings, const bridge_db_t &db)
 {
     const auto uses = vlan_uses(db);
     for_each(db.log_port_map, [&](const bridge_db_log_port_t &port) {
@@ -239,9 +164,107 @@ void check_vlans(Findings &findings, const bridge_db_t &db, const sdk::Device &d
                             "port 0x{:08X} counts {} uses of VLAN {}, not {}", port.log_port, port.vlan_ref_cnt[vlan],
                             vlan, expected[vlan]);
     });
+}
+
+// ---- The database and the hardware -------------------------------------------------------------------
+
+/// How much of the hardware is compared.
+enum class Extent {
+    held,      ///< what the database holds stands there, whatever else does
+    everything ///< each virtual port holds everything, with its learning mode, and nothing else stands there
+};
+
+/// A rule as it should be, or is, in a comparable form.
+std::string rule_text(std::uint32_t log_port, std::uint32_t port_mask, std::uint16_t vlan, std::uint16_t new_vlan,
+                      bool dont_learn)
+{
+    return fmt::format("port 0x{:08X}/0x{:08X} vlan {} -> vlan {}{}", log_port, port_mask, vlan, new_vlan,
+                       dont_learn ? ", don't learn" : "");
+}
+
+void compare_rules(Findings &findings, const char *which, const std::map<std::uint16_t, std::string> &expected,
+                   const sdk::Device &device, std::uint32_t region_id, Extent extent)
+{
+    std::map<std::uint16_t, std::string> actual;
+    const auto region = device.acl.regions.find(region_id);
+    findings.expect(region != device.acl.regions.end(), "the {} region {} does not exist", which, region_id);
+    if (region == device.acl.regions.end())
+        return;
+    for (const auto &[offset, rule] : region->second.rules)
+        actual[offset] = rule_text(rule.key_log_port, rule.log_port_mask, rule.key_vlan, rule.new_vlan,
+                                   extent == Extent::everything && rule.dont_learn) +
+                         (rule.vlan_mask == 0xFFFF ? "" : ", VLAN masked");
+
+    for (const auto &[offset, text] : expected) {
+        const auto found = actual.find(offset);
+        findings.expect(found != actual.end(), "{} rule {} is missing: {}", which, offset, text);
+        if (found != actual.end())
+            findings.expect(found->second == text, "{} rule {} is {} but should be {}", which, offset, found->second,
+                            text);
+    }
+    for (const auto &[offset, text] : actual)
+        findings.expect(extent == Extent::held || expected.contains(offset), "{} rule {} belongs to nobody: {}", which,
+                        offset, text);
+}
+
+void check_rules(Findings &findings, const bridge_db_t &db, const sdk::Device &device, Extent extent)
+{
+    std::map<std::uint16_t, std::string> ingress;
+    std::map<std::uint16_t, std::string> egress;
+    for_each(db.bridge_map, [&](const bridge_db_bridge_t &bridge) {
+        const bool dont_learn = extent == Extent::everything && bridge.learning_mode == KY_FDB_LEARN_MODE_DONT_LEARN;
+        for_each(bridge.virtual_port_map, [&](const bridge_db_virtual_port_t &vport) {
+            const bool holds_all = vport.ingress_offset != nullptr && vport.egress_offset != nullptr &&
+                                   vport.holds_eacl_binding && vport.holds_vlans;
+            findings.expect(extent == Extent::held || holds_all,
+                            "virtual port (0x{:08X}, {}) is not attached completely", vport.log_port, vport.vlan);
+            if (vport.ingress_offset != nullptr)
+                ingress[vport.ingress_offset->offset] =
+                    rule_text(vport.log_port, 0xFFFFFFFF, vport.vlan, bridge.int_vlan, dont_learn);
+            if (bridge.egress_offset != nullptr)
+                egress[bridge.egress_offset->offset] = rule_text(0, 0, bridge.int_vlan, vport.vlan, dont_learn);
+        });
+    });
+    compare_rules(findings, "ingress", ingress, device, db.ingress_region.region_id, extent);
+    compare_rules(findings, "egress", egress, device, db.egress_region.region_id, extent);
+}
+
+void check_bindings(Findings &findings, const bridge_db_t &db, const sdk::Device &device, Extent extent)
+{
+    std::size_t expected = 0;
+    for_each(db.log_port_map, [&](const bridge_db_log_port_t &port) {
+        const auto expect_bound = [&](sdk::Direction direction, const bridge_acl_region_t &region) {
+            ++expected;
+            const auto binding = device.acl.bindings.find({port.log_port, direction});
+            findings.expect(binding != device.acl.bindings.end() && binding->second.acl_id == region.acl_id,
+                            "port 0x{:08X} is not bound to the {} ACL", port.log_port, sdk::name(direction));
+        };
+        if (port.eacl_region != nullptr)
+            expect_bound(sdk::Direction::egress, *port.eacl_region);
+        if (extent == Extent::held)
+            return;
+        expect_bound(sdk::Direction::ingress, db.ingress_region);
+        findings.expect(port.eacl_region == nullptr || port.eacl_bound_cnt != 0,
+                        "port 0x{:08X} is bound to the egress ACL without a use", port.log_port);
+    });
+    if (extent == Extent::held)
+        return;
+    std::size_t actual = 0;
+    for (const auto &[key, binding] : device.acl.bindings)
+        if (binding.acl_id == db.ingress_region.acl_id || binding.acl_id == db.egress_region.acl_id)
+            ++actual;
+    findings.expect(actual == expected, "{} ports and directions are bound to the module's ACLs, not {}", actual,
+                    expected);
+}
+
+void check_vlans(Findings &findings, const bridge_db_t &db, const sdk::Device &device, Extent extent)
+{
+    const auto uses = vlan_uses(db);
     for (const auto &[port_vlan, count] : uses)
         findings.expect(device.vlans.find(port_vlan.first, port_vlan.second) != nullptr,
                         "port 0x{:08X} uses VLAN {} without being a member", port_vlan.first, port_vlan.second);
+    if (extent == Extent::held)
+        return;
     for (const auto &[vlan, members] : device.vlans.members())
         for (const auto &[log_port, membership] : members)
             findings.expect(membership.call == 0 || uses.contains({log_port, vlan}),
@@ -288,6 +311,18 @@ std::vector<std::string> check_database(const bridge_db_t *db)
         check_pools(findings, *db);
         for_each(db->bridge_map, [&](const bridge_db_bridge_t &bridge) { check_bridge(findings, *db, bridge); });
         for_each(db->log_port_map, [&](const bridge_db_log_port_t &port) { check_log_port(findings, *db, port); });
+        check_vlan_counters(findings, *db);
+    }
+    return findings.take();
+}
+
+std::vector<std::string> check_held(const bridge_db_t *db, const sdk::Device &device)
+{
+    Findings findings;
+    if (is_running(db)) {
+        check_rules(findings, *db, device, Extent::held);
+        check_bindings(findings, *db, device, Extent::held);
+        check_vlans(findings, *db, device, Extent::held);
     }
     return findings.take();
 }
@@ -296,9 +331,9 @@ std::vector<std::string> check_hardware(const bridge_db_t *db, const sdk::Device
 {
     Findings findings;
     if (is_running(db)) {
-        check_rules(findings, *db, device);
-        check_bindings(findings, *db, device);
-        check_vlans(findings, *db, device);
+        check_rules(findings, *db, device, Extent::everything);
+        check_bindings(findings, *db, device, Extent::everything);
+        check_vlans(findings, *db, device, Extent::everything);
         check_vlan_groups(findings, *db, device);
         findings.expect(device.memory.raw_outstanding.size() == db->log_port_map.count(),
                         "{} raw blocks are outstanding for {} logical ports", device.memory.raw_outstanding.size(),

@@ -16,6 +16,11 @@ namespace consistency {
 /// @return what does not hold, one sentence each; empty: all well
 std::vector<std::string> check_database(const bridge_db_t *db);
 
+/// Checks that what each virtual port holds stands in the hardware: its rules, whether or not they learn, its
+/// port's binding and memberships. Holds whatever the SDK refused.
+/// @return what does not hold, one sentence each; empty: all well
+std::vector<std::string> check_held(const bridge_db_t *db, const sdk::Device &device);
+
 /// Checks that each virtual port is attached completely, and that rules, bindings, memberships, VLAN groups
 /// and memory of the device are exactly those that the database accounts for. Holds as long as the SDK did
 /// not refuse an undo, the deletion of an egress rule, a rewrite for the learning mode or a VLAN group's end.

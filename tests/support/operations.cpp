@@ -93,6 +93,8 @@ std::vector<std::uint32_t> ports(const Domain &domain, Kind kind)
                    kind == Kind::int_vlan_list ? std::vector<std::uint32_t>{0} : std::vector<std::uint32_t>{});
 }
 
+} // namespace
+
 std::string text(const Operation &operation)
 {
     const Form &chosen = form(operation.kind);
@@ -102,6 +104,8 @@ std::string text(const Operation &operation)
         fmt::arg("flag", operation.flag ? 1 : 0), fmt::arg("internal", operation.flag ? " internal" : ""),
         fmt::arg("release", operation.flag ? " release" : ""));
 }
+
+namespace {
 
 /// A kind of operation, such that much happens: mostly virtual ports come and seldom all goes.
 Kind any_kind(const Below &below)
@@ -192,7 +196,7 @@ Step any_step(const Domain &domain, const Below &below)
 {
     Step step{any_operation(domain, below, any_kind(below))};
     if (below(6) == 0) { // most operations make fewer calls than that
-        step.failing_call = 1 + below(14);
+        step.failing_calls = {1 + below(14)};
         step.fault = below(2) == 0 ? 77 : 200; // statuses of another module
     }
     return step;
@@ -318,13 +322,12 @@ Answer apply(const Operation &operation)
 Answer apply(const Step &step, std::vector<sdk::Call> &failed)
 {
     sdk::Device &device = sdk::device();
-    if (step.failing_call != 0) {
-        device.faults.fail_any(step.failing_call, step.fault);
-        device.on_call = [&failed](const sdk::Call &call) {
-            if (call.planned)
-                failed.push_back(call);
-        };
-    }
+    for (const unsigned call : step.failing_calls)
+        device.faults.fail_any(call, step.fault);
+    device.on_call = [&failed](const sdk::Call &call) {
+        if (call.planned)
+            failed.push_back(call);
+    };
     Answer answer = apply(step.operation);
     device.faults.clear();
     device.on_call = nullptr;
@@ -343,6 +346,29 @@ bool deletes_rule(const sdk::Call &call, sdk::Direction direction)
            });
 }
 
+std::vector<Step> shrink(std::vector<Step> steps, const std::function<bool(const std::vector<Step> &)> &fails)
+{
+    for (std::size_t piece = std::max<std::size_t>(steps.size() / 2, 1); piece != 0; piece /= 2)
+        for (std::size_t at = 0; at + piece < steps.size();) {
+            std::vector<Step> shorter = steps;
+            const auto first = shorter.begin() + static_cast<std::ptrdiff_t>(at);
+            shorter.erase(first, first + static_cast<std::ptrdiff_t>(piece));
+            if (fails(shorter))
+                steps = std::move(shorter);
+            else
+                at += piece;
+        }
+    for (std::size_t at = 0; at < steps.size(); ++at)
+        for (std::size_t fault = steps[at].failing_calls.size(); fault-- != 0;) {
+            std::vector<Step> fewer = steps;
+            auto &calls = fewer[at].failing_calls;
+            calls.erase(calls.begin() + static_cast<std::ptrdiff_t>(fault));
+            if (fails(fewer))
+                steps = std::move(fewer);
+        }
+    return steps;
+}
+
 std::string script(const Domain &domain, const std::vector<Step> &steps)
 {
     std::string lines =
@@ -350,10 +376,10 @@ std::string script(const Domain &domain, const std::vector<Step> &steps)
     for (const std::uint32_t port : domain.ports)
         lines += fmt::format("port add {}\n", port);
     for (const Step &step : steps) {
-        if (step.failing_call != 0)
-            lines += fmt::format("fail any {} with {}\n", step.failing_call, step.fault);
+        for (const unsigned call : step.failing_calls)
+            lines += fmt::format("fail any {} with {}\n", call, step.fault);
         lines += text(step.operation) + "\n";
-        if (step.failing_call != 0)
+        if (!step.failing_calls.empty())
             lines += "faults clear\n";
     }
     return lines;

@@ -53,11 +53,11 @@ struct Operation {
     bool null = false;        ///< its pointer is NULL
 };
 
-/// An operation and the service call in it that is to fail.
+/// An operation and the service calls in it that are to fail.
 struct Step {
     Operation operation;
-    unsigned failing_call = 0; ///< 1: the first that it makes; 0: none fails
-    ky_status_t fault = 77;    ///< what the failing call answers
+    std::vector<unsigned> failing_calls = {}; ///< 1: the first that it makes
+    ky_status_t fault = 77;                   ///< what a failing call answers
 };
 
 struct Answer {
@@ -98,6 +98,12 @@ Answer apply(const Step &step, std::vector<sdk::Call> &failed);
 /// Whether a rule of a direction is deleted by a call.
 bool deletes_rule(const sdk::Call &call, sdk::Direction direction);
 
+/// Leaves out of a failing sequence whatever can be left out, in ever smaller pieces: steps, then their faults.
+/// @param fails whether the last step still shows the failure
+std::vector<Step> shrink(std::vector<Step> steps, const std::function<bool(const std::vector<Step> &)> &fails);
+
+/// An operation as a command for kybridge-host.
+std::string text(const Operation &operation);
 /// The steps as a script for kybridge-host, after the lines that `power_on` stands for.
 std::string script(const Domain &domain, const std::vector<Step> &steps);
 

@@ -60,6 +60,15 @@ private:
 
 /// What does not hold in the module's database and, when it is to agree with it, the hardware; empty: all well.
 std::string check(bool with_hardware = true);
+/// What does not hold whatever was refused: in the database, of what virtual ports hold in the hardware, or in the
+/// calls, but for the end of a VLAN group whose own deletion was refused.
+std::string check_held();
+/// Carries an operation out that nothing refuses any more. @return what was refused; empty: nothing
+std::string expect_success(const Operation &operation);
+/// Gives everything back that the module holds, once the SDK answers again.
+/// @param port_by_port clears the ports, instead of deleting their virtual ports one by one
+/// @return what was refused or is left over, but for rules; empty: all well
+std::string give_back(bool port_by_port);
 
 } // namespace operations
 
