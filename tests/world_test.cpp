@@ -2,7 +2,6 @@
 // Then the same with any one service call refused, for as long as the time allows.
 #include <algorithm>
 #include <chrono>
-#include <deque>
 #include <map>
 #include <numeric>
 #include <random>
@@ -37,18 +36,24 @@ public:
             if (!left_out(operation))
                 operations_.push_back(operation);
         start_ = here_ = arrive();
+        nodes_[start_].depth = 0;
     }
 
     void explore()
     {
-        const auto unexplored = [this](unsigned node) { return !is_explored(node); };
-        for (Way way; find_way(unexplored, way) && !testing::Test::HasFatalFailure();) {
-            go(way);
+        for (unsigned oldest = 0; oldest < nodes_.size() && !testing::Test::HasFatalFailure();) {
+            if (is_explored(oldest)) {
+                ++oldest;
+                continue;
+            }
+            go_to([this](unsigned node) { return !is_explored(node); }, oldest);
             while (!is_explored(here_) && !testing::Test::HasFatalFailure()) {
                 const unsigned from = here_;
                 const unsigned number = nodes_[from].explored++;
                 carry_out({operations_[number]});
-                nodes_[from].lead_to.try_emplace(here_, number);
+                if (nodes_[from].lead_to.try_emplace(here_, number).second &&
+                    nodes_[from].depth + 1 < nodes_[here_].depth)
+                    nodes_[here_].set_parent(nodes_[from].depth + 1, from, number);
             }
         }
         known_ = static_cast<unsigned>(nodes_.size());
@@ -66,9 +71,7 @@ public:
                 for (unsigned call = 1; call == 1 || twin_.has_refused(); ++call) {
                     if (!twin_.is_certain() || !is_explored(here_))
                         power_off_and_on();
-                    Way way;
-                    ASSERT_TRUE(find_way([from](unsigned node) { return node == from; }, way));
-                    go(way);
+                    go_to([from](unsigned node) { return node == from; }, from);
                     carry_out({operation, {call}, call % 2 == 0 ? 77U : 200U});
                     if (testing::Test::HasFatalFailure())
                         return;
@@ -88,9 +91,7 @@ public:
         unsigned pairs = 0;
         unsigned states = 0;
         for (; states < order.size() && std::chrono::steady_clock::now() < end; ++states) {
-            power_off_and_on();
-            Way way;
-            ASSERT_TRUE(find_way([&](unsigned node) { return node == order[states]; }, way));
+            const Way way = way_from_power_on(order[states]);
             for (const Operation &operation : operations_)
                 for (unsigned first = 1, calls = 2; first < calls; ++first)
                     for (unsigned second = first + 1; second <= calls; ++second, ++pairs) {
@@ -108,9 +109,19 @@ private:
     struct Node {
         unsigned explored = 0;                ///< how many operations have been carried out here
         std::map<unsigned, unsigned> lead_to; ///< to other nodes, by an operation's number
-        unsigned search = 0;                  ///< the last search that came here, from where and by which operation
+        unsigned depth = ~0U;                 ///< of the shortest way known from power-on, and its last step
+        unsigned parent = 0;
+        unsigned parents_way = 0;
+        unsigned search = 0; ///< the last search that came here, from where and by which operation
         unsigned reached_from = 0;
         unsigned reached_by = 0;
+
+        void set_parent(unsigned new_depth, unsigned node, unsigned number)
+        {
+            depth = new_depth;
+            parent = node;
+            parents_way = number;
+        }
     };
 
     bool is_explored(unsigned node) const { return nodes_[node].explored == operations_.size(); }
@@ -180,31 +191,50 @@ private:
         here_ = start_;
     }
 
-    /// The shortest known way from here to a node. @return whether there is one
+    /// The shortest known way from here to a node that is wanted. @return whether there is one nearby
     template <typename Wanted> bool find_way(Wanted wanted, Way &way)
     {
         way.clear();
         if (wanted(here_))
             return true;
         ++search_;
-        std::deque<unsigned> reached = {here_};
+        std::vector<unsigned> reached = {here_};
         nodes_[here_].search = search_;
-        for (; !reached.empty(); reached.pop_front())
-            for (const auto &[next, number] : nodes_[reached.front()].lead_to) {
+        for (std::size_t at = 0; at < reached.size() && reached.size() < 1000; ++at)
+            for (const auto &[next, number] : nodes_[reached[at]].lead_to) {
                 Node &node = nodes_[next];
                 if (node.search == search_)
                     continue;
                 node.search = search_;
-                node.reached_from = reached.front();
+                node.reached_from = reached[at];
                 node.reached_by = number;
                 if (wanted(next)) {
-                    for (unsigned at = next; at != here_; at = nodes_[at].reached_from)
-                        way.insert(way.begin(), nodes_[at].reached_by);
+                    for (unsigned back = next; back != here_; back = nodes_[back].reached_from)
+                        way.insert(way.begin(), nodes_[back].reached_by);
                     return true;
                 }
                 reached.push_back(next);
             }
         return false;
+    }
+
+    Way way_from_power_on(unsigned node) const
+    {
+        Way way;
+        for (; node != start_; node = nodes_[node].parent)
+            way.insert(way.begin(), nodes_[node].parents_way);
+        return way;
+    }
+
+    /// Goes to a node that is wanted: one nearby, else a far one, by way of power-on.
+    template <typename Wanted> void go_to(Wanted wanted, unsigned far)
+    {
+        Way way;
+        if (!find_way(wanted, way)) {
+            power_off_and_on();
+            way = way_from_power_on(far);
+        }
+        go(way);
     }
 
     Twin twin_;
