@@ -2,6 +2,10 @@
 
 #include <iterator>
 
+#ifdef KYBRIDGE_PROBES
+#include <sys/sdt.h>
+#endif
+
 #include "kybridge/ky_bridge.h"
 
 namespace kybridge {
@@ -107,6 +111,13 @@ const char *command_text(ky_access_cmd_t cmd)
 {
     return cmd < std::size(command_texts) ? command_texts[cmd] : "UNKNOWN";
 }
+
+#ifdef KYBRIDGE_PROBES
+[[gnu::noinline]] void probe_refusal(const char *function, int line)
+{
+    DTRACE_PROBE2(kybridge, refusal, function, line);
+}
+#endif
 
 void write_function_entry(const char *file, int line, const char *function)
 {

@@ -24,6 +24,15 @@ const char *command_text(ky_access_cmd_t cmd);
 [[gnu::cold]] void write_function_entry(const char *file, int line, const char *function);
 [[gnu::cold]] void write_function_exit(const char *file, int line, const char *function);
 
+/// A place where a tracer may listen, in every build that has KYBRIDGE_PROBES: the USDT probe kybridge:refusal, with
+/// the name of the function that refuses and the line of its source. It stands in a function of its own, which only a
+/// refusal calls, because its note in the middle of an operation would keep the compiler from folding steps.
+#ifdef KYBRIDGE_PROBES
+[[gnu::cold]] void probe_refusal(const char *function, int line);
+#else
+inline void probe_refusal(const char *, int) {}
+#endif
+
 /// Writes the function trace: the entry line where it is declared, first thing in a function, and the
 /// exit line when the function returns. The arguments are for the compiler to fill in.
 class FunctionTrace {
@@ -57,7 +66,11 @@ private:
             ky_log((severity), "BRIDGE", __VA_ARGS__);                                                                 \
     } while (false)
 
-#define LOG_ERROR(...) LOG_LINE(KY_LOG_ERROR, kybridge::error_verbosity, __VA_ARGS__)
+#define LOG_ERROR(...)                                                                                                 \
+    do {                                                                                                               \
+        LOG_LINE(KY_LOG_ERROR, kybridge::error_verbosity, __VA_ARGS__);                                                \
+        kybridge::probe_refusal(__func__, __LINE__);                                                                   \
+    } while (false)
 #define LOG_NOTICE(...) LOG_LINE(KY_LOG_NOTICE, kybridge::notice_verbosity, __VA_ARGS__)
 #define LOG_DEBUG(message, ...)                                                                                        \
     LOG_LINE(KY_LOG_DEBUG, kybridge::debug_verbosity, "%s[%d]- %s: " message, __builtin_FILE(), __LINE__,              \
