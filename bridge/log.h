@@ -33,13 +33,29 @@ const char *command_text(ky_access_cmd_t cmd);
 inline void probe_refusal(const char *, int) {}
 #endif
 
+/// In a build with KYBRIDGE_THREAD_CHECK, notices two threads inside the module at once, which nothing in it is made
+/// for: an error line names the function that was called and the one that the other thread had called. An object for
+/// each function that traces; it is the outermost one of a thread that counts.
+class ThreadCheck {
+public:
+#ifdef KYBRIDGE_THREAD_CHECK
+    explicit ThreadCheck(const char *function);
+    ~ThreadCheck();
+#else
+    explicit ThreadCheck(const char *) {}
+    ~ThreadCheck() = default;
+#endif
+    ThreadCheck(const ThreadCheck &) = delete;
+    ThreadCheck &operator=(const ThreadCheck &) = delete;
+};
+
 /// Writes the function trace: the entry line where it is declared, first thing in a function, and the
 /// exit line when the function returns. The arguments are for the compiler to fill in.
 class FunctionTrace {
 public:
     explicit FunctionTrace(const char *file = __builtin_FILE(), int line = __builtin_LINE(),
                            const char *function = __builtin_FUNCTION())
-        : file_(file), line_(line), function_(function)
+        : file_(file), line_(line), function_(function), thread_check_(function)
     {
         if (log_verbosity >= trace_verbosity) [[unlikely]]
             write_function_entry(file_, line_, function_);
@@ -56,6 +72,7 @@ private:
     const char *file_;
     int line_;
     const char *function_;
+    [[no_unique_address]] ThreadCheck thread_check_;
 };
 
 } // namespace kybridge

@@ -10,7 +10,7 @@ note=$(readelf -nW "$library" | grep -A 3 'Provider: kybridge')
     exit 1
 }
 place=$(sed -n 's/.*Location: 0x\([0-9a-f]*\),.*/\1/p' <<<"$note")
-code=$(objdump -d --no-show-raw-insn --start-address="0x$place" "$library" | grep -m 1 -E '^ +[0-9a-f]+:')
+code=$(objdump -d --no-show-raw-insn --start-address="0x$place" --stop-address=$((0x$place + 1)) "$library" | tail -1)
 [[ $code =~ nop ]] || {
     echo "the probe is no empty instruction, but: $code"
     exit 1
