@@ -22,6 +22,7 @@
 #include "host/run/live.h"
 #include "host/run/prompt.h"
 #include "sim/descriptor.h"
+#include "sim/live.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ struct Options {
     std::string sdk;
     std::vector<std::string> attachments;
     std::string control;
+    std::size_t buffer_megabytes = sim::Live::buffer_size_default >> 20;
     std::uint32_t verbosity = 3;
     bool keep_going = false;
     bool check_only = false;
@@ -95,7 +97,8 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
     }
     const bool goes_on = verdict == host::as_expected || (verdict == host::unexpected && options.keep_going);
     if (goes_on && !host.quitting && !options.attachments.empty())
-        verdict = std::max(verdict, host::forward(host, options.attachments, options.control));
+        verdict = std::max(verdict,
+                           host::forward(host, options.attachments, options.control, options.buffer_megabytes << 20));
     return std::max(verdict, interpreter.finish());
 }
 
@@ -176,6 +179,11 @@ int run_command_line(int argc, char **argv)
         ->allow_extra_args(false); // what stands behind it is a FILE
     app.add_option("--control", options.control,
                    "With --attach: take commands from clients of this Unix socket instead")
+        ->needs("--attach");
+    app.add_option("--buffer", options.buffer_megabytes,
+                   "With --attach: memory in megabytes for the frames of each interface that come faster than they are "
+                   "forwarded, 1 to 1024, by default 64")
+        ->check(CLI::Range(1, 1024))
         ->needs("--attach");
     app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
     app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");

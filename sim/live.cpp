@@ -11,56 +11,24 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <pcap/pcap.h>
-#include <poll.h>
+#include <net/if_arp.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-
-#include "sim/offload.h"
 
 namespace sim {
 namespace {
 
-/// The longest IP packet in a tagged frame: a TCP segment that the sender left to be cut.
-constexpr int capture_size = 65535 + static_cast<int>(frame_size_min + tag_size);
-/// Room for about 500 frames: in immediate mode each takes a slot of the longest.
-constexpr int buffer_size = 32 << 20;
-/// Frames taken from one interface before the next one's turn: each may be cut into dozens, and their
-/// answers must fit the other interfaces' buffers meanwhile.
-constexpr int burst = 8;
-constexpr std::size_t mtu_max = frame_size_max - frame_size_min - tag_size;
+using namespace std::chrono_literals;
+
+constexpr std::chrono::seconds look_interval = 1s;         ///< between looks at what was missed
+constexpr std::chrono::seconds missed_line_interval = 10s; ///< at least, between two lines on one interface
 
 [[noreturn]] void fail(const std::string &interface, const std::string &reason)
 {
     throw std::runtime_error(fmt::format("cannot attach to interface {}: {}", interface, reason));
 }
 
-PcapHandle open_interface(const std::string &name)
-{
-    std::array<char, PCAP_ERRBUF_SIZE> error{};
-    PcapHandle handle(pcap_create(name.c_str(), error.data()));
-    if (handle == nullptr)
-        fail(name, error.data());
-    pcap_set_snaplen(handle.get(), capture_size);
-    pcap_set_promisc(handle.get(), 1);
-    pcap_set_immediate_mode(handle.get(), 1);
-    pcap_set_buffer_size(handle.get(), buffer_size);
-
-    const int status = pcap_activate(handle.get());
-    if (status < 0) {
-        const std::string reason = pcap_statustostr(status), detail = pcap_geterr(handle.get());
-        fail(name, detail.empty() || detail == reason ? reason : fmt::format("{} ({})", reason, detail));
-    }
-    if (pcap_datalink(handle.get()) != DLT_EN10MB)
-        fail(name, "it is no Ethernet interface");
-    if (pcap_setdirection(handle.get(), PCAP_D_IN) != 0)
-        fail(name, pcap_geterr(handle.get()));
-    if (pcap_setnonblock(handle.get(), 1, error.data()) != 0)
-        fail(name, error.data());
-    return handle;
-}
-
-/// libpcap alone does not do: it misses a removal when it has looked between the interface's going down and away.
 int open_link_events()
 {
     const int events = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
@@ -72,28 +40,49 @@ int open_link_events()
     return events;
 }
 
-std::size_t read_mtu(pcap_t *handle, const std::string &name)
+/// Asks the kernel about an interface. @return false: there is none of this name
+bool ask(int socket, unsigned long question, const std::string &name, ifreq &answer)
 {
-    ifreq request{};
-    name.copy(request.ifr_name, IFNAMSIZ - 1);
-    if (ioctl(pcap_fileno(handle), SIOCGIFMTU, &request) != 0)
-        fail(name, std::strerror(errno));
-    return static_cast<std::size_t>(request.ifr_mtu);
+    answer = {};
+    name.copy(answer.ifr_name, IFNAMSIZ - 1);
+    return ioctl(socket, question, &answer) == 0;
+}
+
+/// What has become of an interface, for a line that ends with it.
+const char *change(Live::State before, Live::State after)
+{
+    switch (after) {
+    case Live::State::up:
+        return before == Live::State::gone ? "is there again" : "came up";
+    case Live::State::no_carrier:
+        return before == Live::State::gone ? "is there again, without a carrier" : "has no carrier";
+    case Live::State::down:
+        return before == Live::State::gone ? "is there again, but down" : "went down";
+    case Live::State::gone:
+        return "went away";
+    }
+    return "";
 }
 
 } // namespace
 
 struct Live::Attachment {
+    Attachment(std::uint32_t port, std::string name, std::size_t buffer_size) : interface {
+        .port = port, .name = std::move(name)
+    }, socket(buffer_size) {}
+
     Interface interface;
-    unsigned int index; ///< the kernel's number of the interface, which no later one of the same name has
-    Live *live;
-    PcapHandle handle; ///< empty when the interface went away
+    PacketSocket socket;
+    unsigned index = 0;              ///< the kernel's number of the interface, which no later one of the same name has
+    std::uint64_t missed_untold = 0; ///< frames
+    Clock::time_point told_missed{}; ///< when a line last told of missed frames
 };
 
-Live::Live(Switch &forwarder, std::function<void(const std::string &)> notice, PortNames names)
-    : switch_(forwarder), notice_(std::move(notice)), names_(std::move(names)), link_events_(open_link_events()),
-      mtu_(mtu_max)
+Live::Live(Switch &forwarder, std::function<void(const std::string &)> notice, PortNames names, std::size_t buffer_size)
+    : switch_(forwarder), notice_(std::move(notice)), names_(std::move(names)), buffer_size_(buffer_size),
+      events_(epoll_create1(EPOLL_CLOEXEC)), link_events_(open_link_events())
 {
+    wait_for(link_events_.get(), &link_events_);
 }
 
 Live::~Live() = default;
@@ -106,90 +95,87 @@ void Live::attach(std::uint32_t port, const std::string &interface)
         if (other.interface.name == interface)
             fail(interface, fmt::format("it is attached to port {}", names_(other.interface.port)));
     }
-    PcapHandle handle = open_interface(interface);
-    const unsigned int index = if_nametoindex(interface.c_str());
-    mtu_ = std::min(mtu_, read_mtu(handle.get(), interface));
-    attachments_.push_back({{.port = port, .name = interface}, index, this, std::move(handle)});
+    try {
+        std::list<Attachment> added; // taken over when all has gone well
+        Attachment &attachment = added.emplace_back(port, interface, buffer_size_);
+        ifreq answer{};
+        if (interface.size() >= IFNAMSIZ || !ask(attachment.socket.descriptor(), SIOCGIFHWADDR, interface, answer))
+            fail(interface, "there is no such interface");
+        if (answer.ifr_hwaddr.sa_family != ARPHRD_ETHER && answer.ifr_hwaddr.sa_family != ARPHRD_LOOPBACK)
+            fail(interface, "it is no Ethernet interface");
+        attachment.index = if_nametoindex(interface.c_str());
+        attachment.socket.bind(attachment.index);
+        wait_for(attachment.socket.descriptor(), &attachment);
+        if (const std::size_t allowed = attachment.socket.buffer_size(); allowed < buffer_size_)
+            notice_(fmt::format("interface {}: the kernel allows a buffer of {} KB only, {} KB were wanted", interface,
+                                allowed >> 10, buffer_size_ >> 10));
+        attachments_.splice(attachments_.end(), added);
+        by_port_[port] = &attachment;
+        set_state(attachment, state_of(attachment));
+    } catch (const SocketError &error) {
+        fail(interface, error.what());
+    }
+}
+
+void Live::wait_for(int descriptor, void *source)
+{
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = source;
+    if (epoll_ctl(events_.get(), EPOLL_CTL_ADD, descriptor, &event) != 0)
+        throw std::runtime_error(fmt::format("cannot wait for frames: {}", std::strerror(errno)));
 }
 
 void Live::run(int stop_fd, int control_fd, const std::function<bool()> &on_control)
 {
-    std::vector<pollfd> waiting;
-    std::vector<Attachment *> owners; // of the descriptors behind the first three
-    for (;;) {
-        // poll skips a descriptor of -1
-        waiting.assign({{stop_fd, POLLIN, 0}, {control_fd, POLLIN, 0}, {link_events_.get(), POLLIN, 0}});
-        owners.clear();
-        for (Attachment &attachment : attachments_) {
-            if (attachment.handle == nullptr)
-                continue;
-            waiting.push_back({pcap_get_selectable_fd(attachment.handle.get()), POLLIN, 0});
-            owners.push_back(&attachment);
-        }
-
-        if (poll(waiting.data(), waiting.size(), -1) < 0) {
-            if (errno == EINTR)
-                continue;
+    std::array<epoll_event, 64> events{};
+    wait_for(stop_fd, &stop_fd);
+    if (control_fd >= 0)
+        wait_for(control_fd, &control_fd);
+    Clock::time_point now = Clock::now();
+    for (Clock::time_point next_look = now + look_interval;;) {
+        const int count = epoll_wait(events_.get(), events.data(), static_cast<int>(events.size()),
+                                     static_cast<int>(std::chrono::milliseconds(look_interval).count()));
+        if (count < 0 && errno != EINTR)
             throw std::runtime_error(fmt::format("cannot wait for frames: {}", std::strerror(errno)));
+        const Clock::time_point before = std::exchange(now, Clock::now());
+        switch_.fdb().advance(now - before);
+
+        for (int i = 0; i < count; ++i) {
+            void *const source = events[static_cast<std::size_t>(i)].data.ptr;
+            if (source == &stop_fd)
+                return;
+            if (source == &link_events_)
+                follow_links();
+            else if (source != &control_fd)
+                read(*static_cast<Attachment *>(source));
+            else if (!on_control())
+                epoll_ctl(events_.get(), EPOLL_CTL_DEL, control_fd, nullptr);
         }
-        if (waiting[0].revents != 0)
-            return;
-        if (waiting[1].revents != 0 && !on_control())
-            control_fd = -1;
-        for (std::size_t i = 0; i < owners.size(); ++i) {
-            if (waiting[i + 3].revents != 0 && owners[i]->handle != nullptr)
-                read(*owners[i]);
+        if (now >= next_look) {
+            next_look = now + look_interval;
+            tell_missed();
         }
-        if (waiting[2].revents != 0)
-            follow_links();
     }
 }
 
+/// Forwards a turn's frames of one interface, so that those of others have theirs.
 void Live::read(Attachment &from)
 {
-    if (pcap_dispatch(from.handle.get(), burst, on_frame, reinterpret_cast<u_char *>(&from)) >= 0)
-        return;
-    const std::string reason = pcap_geterr(from.handle.get());
-    follow_links(); // which tells it best when the interface is gone
-    set_state(from, State::gone, "failed: " + reason);
-}
-
-// NOLINTNEXTLINE(readability-non-const-parameter): pcap_handler
-void Live::on_frame(unsigned char *attachment, const pcap_pkthdr *header, const unsigned char *bytes)
-{
-    auto &from = *reinterpret_cast<Attachment *>(attachment); // as given to pcap_dispatch
-    ++from.interface.counters.received;
-    if (header->caplen < header->len)
-        ++from.interface.counters.truncated;
-    else
-        from.live->receive(from, {bytes, header->caplen});
-}
-
-void Live::receive(Attachment &from, BytesView frame)
-{
-    scratch_.assign(frame.begin(), frame.end());
-    finish_offload(scratch_, mtu_, pieces_);
-    if (pieces_.empty())
-        return forward(from, scratch_);
-    ++from.interface.counters.cut;
-    for (const Bytes &piece : pieces_)
-        forward(from, piece);
-}
-
-void Live::forward(Attachment &from, BytesView frame)
-{
-    const Outcome outcome = switch_.forward(from.interface.port, frame);
-    for (const Transmission &sent : outcome.transmissions) {
-        const auto to = std::find_if(attachments_.begin(), attachments_.end(), [&sent](const Attachment &attachment) {
-            return attachment.interface.port == sent.port && attachment.handle != nullptr;
-        });
-        if (to == attachments_.end())
-            continue;
-        if (pcap_inject(to->handle.get(), sent.frame.data(), sent.frame.size()) < 0)
-            ++to->interface.counters.refused;
-        else
-            ++to->interface.counters.sent;
+    for (const ReceivedFrame &frame : from.socket.receive(buffers_)) {
+        const Outcome &outcome = switch_.decide(from.interface.port, frame.bytes, frame.wire_size);
+        for (const Exit &exit : outcome.exits) {
+            const auto to = exit.drop == Drop::none ? by_port_.find(exit.port) : by_port_.end();
+            if (to == by_port_.end())
+                continue;
+            if (!to->second->socket.has_queued())
+                queued_.push_back(to->second);
+            to->second->socket.queue(frame, *outcome.header, exit.tag);
+        }
     }
+    for (Attachment *to : queued_)
+        to->socket.send();
+    queued_.clear();
 }
 
 /// An event only says that something has changed, and some may have been lost: every interface is asked.
@@ -199,40 +185,68 @@ void Live::follow_links()
     while (recv(link_events_.get(), event.data(), event.size(), 0) > 0 || errno == ENOBUFS || errno == EINTR) {
     }
     for (Attachment &attachment : attachments_) {
-        ifreq request{};
-        if (attachment.handle == nullptr)
-            continue;
-        if (if_indextoname(attachment.index, request.ifr_name) == nullptr ||
-            ioctl(pcap_fileno(attachment.handle.get()), SIOCGIFFLAGS, &request) != 0)
-            set_state(attachment, State::gone, "went away");
-        else if ((request.ifr_flags & IFF_UP) != 0)
-            set_state(attachment, State::up, "came up");
-        else
-            set_state(attachment, State::down, "went down");
+        std::array<char, IF_NAMESIZE> name{};
+        if (if_indextoname(attachment.index, name.data()) == nullptr)
+            set_state(attachment, State::gone);
+        if (attachment.interface.state == State::gone) {
+            attachment.index = if_nametoindex(attachment.interface.name.c_str());
+            if (attachment.index == 0)
+                continue;
+            try {
+                attachment.socket.bind(attachment.index);
+            } catch (const SocketError &error) {
+                notice_(fmt::format("interface {} is there again, but {}", attachment.interface.name, error.what()));
+                continue;
+            }
+        }
+        set_state(attachment, state_of(attachment));
     }
 }
 
-void Live::set_state(Attachment &attachment, State state, std::string_view reason)
+Live::State Live::state_of(const Attachment &attachment)
 {
-    Interface &interface = attachment.interface;
-    if (interface.state == state)
-        return;
-    interface.state = state;
-    switch_.set_link(interface.port, state == State::up);
-    notice_(fmt::format("port {} is {}: interface {} {}", names_(interface.port), state == State::up ? "up" : "down",
-                        interface.name, reason));
-    if (state == State::gone)
-        attachment.handle.reset();
+    std::array<char, IF_NAMESIZE> name{}; // which may have changed
+    ifreq answer{};
+    if (if_indextoname(attachment.index, name.data()) == nullptr ||
+        !ask(attachment.socket.descriptor(), SIOCGIFFLAGS, name.data(), answer))
+        return State::gone;
+    if ((answer.ifr_flags & IFF_UP) == 0)
+        return State::down;
+    return (answer.ifr_flags & IFF_RUNNING) != 0 ? State::up : State::no_carrier;
 }
 
-std::vector<Live::Interface> Live::interfaces() const
+void Live::set_state(Attachment &attachment, State state)
+{
+    Interface &interface = attachment.interface;
+    const State before = std::exchange(interface.state, state);
+    const bool was_up = before == State::up, has_gone_or_come = (before == State::gone) != (state == State::gone);
+    if (was_up == (state == State::up) && !has_gone_or_come)
+        return;
+    switch_.set_link(interface.port, state == State::up);
+    notice_(fmt::format("port {} is {}: interface {} {}", names_(interface.port), state == State::up ? "up" : "down",
+                        interface.name, change(before, state)));
+}
+
+void Live::tell_missed()
+{
+    for (Attachment &attachment : attachments_) {
+        attachment.missed_untold += attachment.socket.count_missed();
+        if (attachment.missed_untold == 0 || Clock::now() < attachment.told_missed + missed_line_interval)
+            continue;
+        notice_(fmt::format("interface {} missed {} frames: more came than its buffer of {} MB (--buffer) holds",
+                            attachment.interface.name, std::exchange(attachment.missed_untold, 0),
+                            attachment.socket.buffer_size() >> 20));
+        attachment.told_missed = Clock::now();
+    }
+}
+
+std::vector<Live::Interface> Live::interfaces()
 {
     std::vector<Interface> list;
-    for (const Attachment &attachment : attachments_) {
-        Interface &interface = list.emplace_back(attachment.interface);
-        pcap_stat kernel{};
-        if (attachment.handle != nullptr && pcap_stats(attachment.handle.get(), &kernel) == 0)
-            interface.counters.missed = kernel.ps_drop;
+    for (Attachment &attachment : attachments_) {
+        attachment.socket.count_missed();
+        list.push_back(attachment.interface);
+        list.back().counters = attachment.socket.counters();
     }
     return list;
 }

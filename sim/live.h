@@ -1,41 +1,37 @@
-/// Ports of the switch on network interfaces, through libpcap: what arrives at an interface goes into its
-/// port, and what leaves the port is sent on the interface.
+/// Ports of the switch on network interfaces: what arrives at an interface goes into its port, and what leaves the
+/// port is sent on the interface.
 ///
-/// Interfaces of this machine may hand over frames that are not finished for the wire (sim/offload.h):
-/// they are finished first, TCP segments cut to the smallest MTU of the attached interfaces, so every
-/// frame that the switch sees is one that a wire would carry. Neither side's offloads need be turned off.
+/// Frames that a sender on this machine left unfinished (sim/packet_socket.h) are forwarded as they are, and count
+/// as one frame, so neither side's offloads need be turned off.
 #ifndef KYBRIDGE_SIM_LIVE_H
 #define KYBRIDGE_SIM_LIVE_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <string>
-#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "sim/descriptor.h"
-#include "sim/pcap_handle.h"
+#include "sim/packet_socket.h"
 #include "sim/switch.h"
 #include "sim/trace.h"
 
-struct pcap_pkthdr;
-
 namespace sim {
-
-/// What an interface did; the switch counts by port what became of the frames.
-struct InterfaceCounters {
-    std::uint64_t received = 0;  ///< frames as the interface handed them over
-    std::uint64_t cut = 0;       ///< of them, TCP segments that were cut into several frames
-    std::uint64_t truncated = 0; ///< of them, dropped: longer than the capture buffer's slots
-    std::uint64_t missed = 0;    ///< dropped by the kernel: the buffer was full
-    std::uint64_t sent = 0;
-    std::uint64_t refused = 0; ///< not sent: the interface is down, or its MTU is too small for the frame
-};
 
 class Live {
 public:
-    enum class State : std::uint8_t { up, down, gone };
+    /// Room in bytes for a burst of 16,384 frames of 1,518 bytes, each with what the kernel spends on it.
+    static constexpr std::size_t buffer_size_default = 64 << 20;
+
+    enum class State : std::uint8_t {
+        up,
+        no_carrier, ///< nothing at the other end, by the interface's operational state
+        down,       ///< set down
+        gone
+    };
 
     struct Interface {
         std::uint32_t port = 0; ///< logical port
@@ -45,14 +41,17 @@ public:
     };
 
     /// @param notice takes a line for the person in front, without line end, when an interface goes down, up
-    ///               or away
-    Live(Switch &forwarder, std::function<void(const std::string &)> notice, PortNames names = port_number);
+    ///               or away, or misses frames
+    /// @param buffer_size bytes of the kernel's memory that each interface's frames may take until they are read
+    Live(Switch &forwarder, std::function<void(const std::string &)> notice, PortNames names = port_number,
+         std::size_t buffer_size = buffer_size_default);
     ~Live();
     Live(const Live &) = delete;
     Live &operator=(const Live &) = delete;
 
-    /// Attaches a port to an interface that is up. Throws std::runtime_error when that cannot be done or
-    /// one of the two is attached already. The device need not know the port yet.
+    /// Attaches a port to an interface. It need not be up yet, and one that is made again under its name is attached
+    /// again. Throws std::runtime_error when there is no such Ethernet interface, it cannot be listened to, or one of
+    /// the two is attached already. The device need not know the port yet.
     void attach(std::uint32_t port, const std::string &interface);
 
     /// Forwards until told to stop.
@@ -62,26 +61,29 @@ public:
     /// Throws std::runtime_error when waiting itself fails.
     void run(int stop_fd, int control_fd = -1, const std::function<bool()> &on_control = {});
 
-    std::vector<Interface> interfaces() const; ///< in the order of attaching
+    std::vector<Interface> interfaces(); ///< in the order of attaching
 
 private:
+    using Clock = std::chrono::steady_clock;
     struct Attachment;
 
-    static void on_frame(unsigned char *attachment, const pcap_pkthdr *header, const unsigned char *bytes);
-    void receive(Attachment &from, BytesView frame);
-    void forward(Attachment &from, BytesView frame);
+    void wait_for(int descriptor, void *source);
     void read(Attachment &from);
     void follow_links();
-    void set_state(Attachment &attachment, State state, std::string_view reason);
+    static State state_of(const Attachment &attachment);
+    void set_state(Attachment &attachment, State state);
+    void tell_missed();
 
     Switch &switch_;
     std::function<void(const std::string &)> notice_;
     PortNames names_;
+    std::size_t buffer_size_;
+    Descriptor events_;      ///< readable: something to do
     Descriptor link_events_; ///< readable: an interface of this machine has changed
     std::list<Attachment> attachments_;
-    std::size_t mtu_; ///< smallest of the attached interfaces, in bytes of an IP packet
-    Bytes scratch_;   ///< the frame that is being finished
-    std::vector<Bytes> pieces_;
+    std::unordered_map<std::uint32_t, Attachment *> by_port_; ///< by logical port
+    std::vector<Attachment *> queued_;                        ///< with frames to send
+    ReceiveBuffers buffers_;
 };
 
 } // namespace sim

@@ -47,7 +47,8 @@ void hold_signals()
     (void)std::signal(SIGPIPE, SIG_IGN); // a client that does not wait for its answers
 }
 
-Verdict forward(Host &host, const std::vector<std::string> &attachments, const std::string &control_path)
+Verdict forward(Host &host, const std::vector<std::string> &attachments, const std::string &control_path,
+                std::size_t buffer_size)
 {
     try {
         const sigset_t signals = ending_signals();
@@ -57,7 +58,7 @@ Verdict forward(Host &host, const std::vector<std::string> &attachments, const s
         Control control(host, control_path);
         sim::Live live(
             host.software_switch, [&control](const std::string &notice) { control.tell(notice); },
-            [&host](std::uint32_t log_port) { return host.names.port(log_port); });
+            [&host](std::uint32_t log_port) { return host.names.port(log_port); }, buffer_size);
         for (const std::string &attachment : attachments)
             attach(live, host, attachment);
 

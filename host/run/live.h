@@ -18,8 +18,10 @@ void hold_signals();
 /// come from standard input, or from the clients of a Unix socket, each of which gets its answers.
 /// @param attachments "PORT=INTERFACE" each, a port by its number or its name
 /// @param control path of the socket; empty: standard input
+/// @param buffer_size bytes of the kernel's memory that each interface's frames may take until they are forwarded
 /// @return wrong_script, reported, when something cannot be attached or the socket cannot be had
-Verdict forward(Host &host, const std::vector<std::string> &attachments, const std::string &control);
+Verdict forward(Host &host, const std::vector<std::string> &attachments, const std::string &control,
+                std::size_t buffer_size);
 
 } // namespace host
 

@@ -16,6 +16,8 @@ const char *name(sim::Live::State state)
     switch (state) {
     case sim::Live::State::up:
         return "up";
+    case sim::Live::State::no_carrier:
+        return "no carrier";
     case sim::Live::State::down:
         return "down";
     case sim::Live::State::gone:
@@ -70,17 +72,16 @@ Table interfaces_screen(const Host &host, const std::vector<sim::Live::Interface
                                {"INTERFACE"},
                                {"STATE"},
                                {"RECEIVED", right},
-                               {"CUT", right},
-                               {"TRUNCATED", right},
+                               {"UNREADABLE", right},
                                {"MISSED", right},
                                {"SENT", right},
                                {"REFUSED", right}});
     for (const sim::Live::Interface &interface : interfaces) {
         const sim::InterfaceCounters &counters = interface.counters;
         table.add({host.names.port(interface.port), interface.name, name(interface.state),
-                   fmt::format("{}", counters.received), fmt::format("{}", counters.cut),
-                   fmt::format("{}", counters.truncated), fmt::format("{}", counters.missed),
-                   fmt::format("{}", counters.sent), fmt::format("{}", counters.refused)});
+                   fmt::format("{}", counters.received), fmt::format("{}", counters.unreadable),
+                   fmt::format("{}", counters.missed), fmt::format("{}", counters.sent),
+                   fmt::format("{}", counters.refused)});
     }
     return table;
 }

@@ -365,7 +365,7 @@ def why_not():
     """Why namespaces cannot be had here; empty: they can."""
     if os.geteuid() != 0:
         return "network namespaces need root"
-    if missing := [tool for tool in ("ip", "ping", "sysctl") if not shutil.which(tool)]:
+    if missing := [tool for tool in ("ip", "ping", "sysctl", "ethtool") if not shutil.which(tool)]:
         return f"not installed: {', '.join(missing)}"
     probe = namespace("probe")
     try:
