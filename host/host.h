@@ -11,6 +11,7 @@
 
 #include <unistd.h>
 
+#include "host/files.h"
 #include "host/language/names.h"
 #include "host/module/module.h"
 #include "host/output/outlet.h"
@@ -38,10 +39,11 @@ struct Host {
     Outlet err = Outlet(STDERR_FILENO, "standard error");
     Outlet out = Outlet(STDOUT_FILENO, "standard output", &err);
     Log log = {&err};
-    Output *output = nullptr; ///< where the current command's answers and complaints go
-    bool json = false;        ///< screens come out as JSON
-    bool tracing = false;     ///< the log shows each command and the calls that it comes to
-    bool quitting = false;    ///< no further command is wanted
+    Output *output = nullptr;     ///< where the current command's answers and complaints go
+    const Files *files = nullptr; ///< that the current command may read and make
+    bool json = false;            ///< screens come out as JSON
+    bool tracing = false;         ///< the log shows each command and the calls that it comes to
+    bool quitting = false;        ///< no further command is wanted
 
     sim::Switch software_switch = sim::Switch();
     std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that a script sent

@@ -38,9 +38,7 @@ struct Options {
     std::string log;
     std::string doctor;
     std::string sdk;
-    std::vector<std::string> attachments;
-    std::string control;
-    std::size_t buffer_megabytes = sim::Live::buffer_size_default >> 20;
+    host::LiveOptions live;
     std::uint32_t verbosity = 3;
     bool keep_going = false;
     bool check_only = false;
@@ -96,9 +94,8 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
             break;
     }
     const bool goes_on = verdict == host::as_expected || (verdict == host::unexpected && options.keep_going);
-    if (goes_on && !host.quitting && !options.attachments.empty())
-        verdict = std::max(verdict,
-                           host::forward(host, options.attachments, options.control, options.buffer_megabytes << 20));
+    if (goes_on && !host.quitting && !options.live.attachments.empty())
+        verdict = std::max(verdict, host::forward(host, options.live));
     return std::max(verdict, interpreter.finish());
 }
 
@@ -136,7 +133,8 @@ int run(const Options &options)
 
     host::TextOutput output(host.out, host.err, options.json);
     host.output = &output;
-    Interpreter interpreter(host, output, options.keep_going);
+    const host::Files files;
+    Interpreter interpreter(host, output, files, options.keep_going);
     const Verdict verdict = run_files(host, interpreter, options);
     host.device.log = nullptr;
     host.trace(false);
@@ -172,18 +170,26 @@ int run_command_line(int argc, char **argv)
     app.add_option("--verbosity", options.verbosity,
                    "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces")
         ->check(CLI::Range(0, 6));
-    app.add_option("--attach", options.attachments,
+    app.add_option("--attach", options.live.attachments,
                    "PORT=INTERFACE: after the scripts, forward real frames between the attached interfaces until "
                    "SIGINT or SIGTERM; commands are taken from standard input meanwhile")
         ->type_name("PORT=INTERFACE")
         ->allow_extra_args(false); // what stands behind it is a FILE
-    app.add_option("--control", options.control,
+    app.add_option("--control", options.live.control,
                    "With --attach: take commands from clients of this Unix socket instead")
         ->needs("--attach");
-    app.add_option("--buffer", options.buffer_megabytes,
+    app.add_option("--buffer", options.live.buffer_megabytes,
                    "With --attach: memory in megabytes for the frames of each interface that come faster than they are "
                    "forwarded, 1 to 1024, by default 64")
         ->check(CLI::Range(1, 1024))
+        ->needs("--attach");
+    app.add_option("--control-files", options.live.control_files,
+                   "With --control: the folder whose files clients may read and make; by default none")
+        ->type_name("FOLDER")
+        ->needs("--control");
+    app.add_option(
+           "--user", options.live.user,
+           "With --attach: the user who the process becomes before it forwards; CAP_NET_RAW is all that it keeps")
         ->needs("--attach");
     app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
     app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");
@@ -208,7 +214,7 @@ int run_command_line(int argc, char **argv)
             terminal::forbid_colours();
         if (!options.doctor.empty() || !options.sdk.empty())
             return examine(options);
-        if (!options.attachments.empty())
+        if (!options.live.attachments.empty())
             host::hold_signals();
         else if (options.files.empty())
             options.files.emplace_back(standard_stream);

@@ -1,18 +1,30 @@
 #include "sim/capture.h"
 
 #include <array>
-#include <filesystem>
+#include <cerrno>
+#include <cstring>
+#include <memory>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <pcap/pcap.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace sim {
 namespace {
 
 constexpr int snapshot_size = 65535; // in bytes, written into the head of a capture file
+
+bool are_same(int one, int other)
+{
+    struct stat first {
+    }, second{};
+    return fstat(one, &first) == 0 && fstat(other, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
 
 std::string link_type_name(int type)
 {
@@ -31,12 +43,28 @@ void PcapClose::operator()(pcap_dumper *file) const
     pcap_dump_close(file);
 }
 
-CaptureReader::CaptureReader(std::string path) : path_(std::move(path))
+std::FILE *open_any_file(const std::string &path, bool to_write)
+{
+    const int descriptor = open(path.c_str(), (to_write ? O_WRONLY | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666);
+    std::FILE *file = descriptor < 0 ? nullptr : fdopen(descriptor, to_write ? "w" : "r");
+    if (file == nullptr)
+        throw std::runtime_error(std::strerror(errno));
+    return file;
+}
+
+CaptureReader::CaptureReader(std::string path, const OpenFile &open) : path_(std::move(path))
 {
     std::array<char, PCAP_ERRBUF_SIZE> error{};
-    handle_.reset(pcap_open_offline_with_tstamp_precision(path_.c_str(), PCAP_TSTAMP_PRECISION_NANO, error.data()));
-    if (handle_ == nullptr)
-        throw std::runtime_error(fmt::format("cannot read capture file {}: {}", path_, error.data()));
+    try {
+        std::FILE *file = open(path_, false);
+        handle_.reset(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, error.data()));
+        if (handle_ == nullptr) {
+            static_cast<void>(std::fclose(file));
+            throw std::runtime_error(error.data());
+        }
+    } catch (const std::runtime_error &reason) {
+        throw std::runtime_error(fmt::format("cannot read capture file {}: {}", path_, reason.what()));
+    }
     const int link_type = pcap_datalink(handle_.get());
     if (link_type != DLT_EN10MB)
         throw std::runtime_error(fmt::format("cannot read capture file {}: its link type is {}, expected Ethernet",
@@ -61,13 +89,28 @@ bool CaptureReader::next(CapturedFrame &frame)
     return true;
 }
 
-CaptureWriter::CaptureWriter(std::string path)
-    : path_(std::move(path)),
-      format_(pcap_open_dead_with_tstamp_precision(DLT_EN10MB, snapshot_size, PCAP_TSTAMP_PRECISION_NANO)),
-      file_(pcap_dump_open(format_.get(), path_.c_str()))
+std::FILE *CaptureReader::file() const
 {
-    if (file_ == nullptr)
-        throw std::runtime_error(fmt::format("cannot write capture file {}", pcap_geterr(format_.get())));
+    return pcap_file(handle_.get());
+}
+
+CaptureWriter::CaptureWriter(std::string path, const OpenFile &open, std::FILE *source)
+    : path_(std::move(path)),
+      format_(pcap_open_dead_with_tstamp_precision(DLT_EN10MB, snapshot_size, PCAP_TSTAMP_PRECISION_NANO))
+{
+    try {
+        std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(open(path_, true), &std::fclose);
+        if (source != nullptr && are_same(fileno(source), fileno(file.get())))
+            throw std::runtime_error("it is the one that is read");
+        if (ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL) // what is no regular file is always empty
+            throw std::runtime_error(std::strerror(errno));
+        file_.reset(pcap_dump_fopen(format_.get(), file.get()));
+        if (file_ == nullptr)
+            throw std::runtime_error(pcap_geterr(format_.get()));
+        static_cast<void>(file.release()); // it is closed with file_
+    } catch (const std::runtime_error &reason) {
+        throw std::runtime_error(fmt::format("cannot write capture file {}: {}", path_, reason.what()));
+    }
 }
 
 void CaptureWriter::write(const Timestamp &time, BytesView frame)
@@ -85,40 +128,33 @@ void CaptureWriter::finish()
         throw std::runtime_error(fmt::format("cannot write capture file {}: the disk is full or failed", path_));
 }
 
-Replay replay(Switch &forwarder, std::uint32_t port, const std::string &path,
-              const std::function<std::string(std::uint32_t)> &path_of,
-              const std::function<void(const Outcome &)> &watch)
+Replayer::Replayer(Switch &forwarder, std::uint32_t port, const std::string &path,
+                   std::function<std::string(std::uint32_t)> path_of, OpenFile open)
+    : switch_(forwarder), port_(port), path_of_(std::move(path_of)), open_(std::move(open)), reader_(path, open_)
 {
-    Replay result;
-    CaptureReader reader(path);
-    std::map<std::uint32_t, CaptureWriter> writers;
+}
 
-    for (CapturedFrame frame; reader.next(frame);) {
-        ++result.frames;
-        if (frame.bytes.size() < frame.wire_size) {
-            ++result.cut_short;
-            continue;
-        }
-        const Outcome outcome = forwarder.forward(port, frame.bytes);
-        if (watch)
-            watch(outcome);
-        for (const Transmission &sent : outcome.transmissions) {
-            auto writer = writers.find(sent.port);
-            if (writer == writers.end()) {
-                const std::string out = path_of(sent.port);
-                std::error_code unknown; // a file that is not there is none that is read
-                if (std::filesystem::equivalent(path, out, unknown))
-                    throw std::runtime_error(
-                        fmt::format("cannot write capture file {}: it is the one that is read", out));
-                writer = writers.emplace(sent.port, out).first;
-            }
-            writer->second.write(frame.time, sent.frame);
-            ++result.out[sent.port];
-        }
+bool Replayer::step()
+{
+    CapturedFrame frame;
+    if (!reader_.next(frame)) {
+        for (auto &[port, writer] : writers_)
+            writer.finish();
+        return false;
     }
-    for (auto &[out_port, writer] : writers)
-        writer.finish();
-    return result;
+    ++so_far_.frames;
+    if (frame.bytes.size() < frame.wire_size) {
+        ++so_far_.cut_short;
+        return true;
+    }
+    for (const Transmission &sent : switch_.forward(port_, frame.bytes).transmissions) {
+        auto writer = writers_.find(sent.port);
+        if (writer == writers_.end())
+            writer = writers_.try_emplace(sent.port, path_of_(sent.port), open_, reader_.file()).first;
+        writer->second.write(frame.time, sent.frame);
+        ++so_far_.out[sent.port];
+    }
+    return true;
 }
 
 } // namespace sim

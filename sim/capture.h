@@ -4,6 +4,7 @@
 #define KYBRIDGE_SIM_CAPTURE_H
 
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <string>
@@ -26,10 +27,16 @@ struct CapturedFrame {
     std::size_t wire_size = 0; ///< in bytes; more than `bytes` when the capture cut the frame short
 };
 
+/// Opens a file: to read, or to write, made where it is missing and not yet emptied. Throws std::runtime_error with the
+/// reason alone. The caller closes it.
+using OpenFile = std::function<std::FILE *(const std::string &path, bool to_write)>;
+std::FILE *open_any_file(const std::string &path, bool to_write);
+
 /// Reads a capture of Ethernet frames. Failures throw std::runtime_error, which names the file.
 class CaptureReader {
 public:
-    explicit CaptureReader(std::string path);
+    explicit CaptureReader(std::string path, const OpenFile &open = open_any_file);
+    std::FILE *file() const;
     bool next(CapturedFrame &frame); ///< false: the file has ended
 
 private:
@@ -40,7 +47,8 @@ private:
 /// Writes a pcap file with time stamps in nanoseconds, and completes it when it is destroyed.
 class CaptureWriter {
 public:
-    explicit CaptureWriter(std::string path);
+    /// @param source open file that must not be written over; NULL: none
+    explicit CaptureWriter(std::string path, const OpenFile &open = open_any_file, std::FILE *source = nullptr);
     void write(const Timestamp &time, BytesView frame);
     void finish(); ///< writes out what is buffered; throws std::runtime_error when that fails
 
@@ -56,13 +64,26 @@ struct Replay {
     std::map<std::uint32_t, std::uint64_t> out; ///< frames written, by logical port
 };
 
-/// Sends a capture file into a port.
-/// @param path_of names the file for what leaves a port; asked once for each port that a frame leaves at
-/// @param watch called with what became of each frame; may be empty
-/// Failures throw std::runtime_error; frames in front of a damaged one have been forwarded then.
-Replay replay(Switch &forwarder, std::uint32_t port, const std::string &path,
-              const std::function<std::string(std::uint32_t)> &path_of,
-              const std::function<void(const Outcome &)> &watch = {});
+/// Sends a capture file into a port, frame by frame. Failures throw std::runtime_error; frames in front of a damaged
+/// one have been forwarded then.
+class Replayer {
+public:
+    /// @param path_of names the file for what leaves a port; asked once for each port that a frame leaves at
+    Replayer(Switch &forwarder, std::uint32_t port, const std::string &path,
+             std::function<std::string(std::uint32_t)> path_of, OpenFile open = open_any_file);
+
+    bool step(); ///< sends the next frame; false: there was none, and all that left is written
+    const Replay &so_far() const { return so_far_; }
+
+private:
+    Switch &switch_;
+    std::uint32_t port_;
+    std::function<std::string(std::uint32_t)> path_of_;
+    OpenFile open_;
+    CaptureReader reader_;
+    std::map<std::uint32_t, CaptureWriter> writers_; ///< by logical port
+    Replay so_far_;
+};
 
 } // namespace sim
 

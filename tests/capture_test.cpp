@@ -41,7 +41,10 @@ protected:
 
     Replay replay_into_1(const std::string &path)
     {
-        return replay(forwarder, 1, path, [this](std::uint32_t port) { return file(std::to_string(port)); });
+        Replayer replayer(forwarder, 1, path, [this](std::uint32_t port) { return file(std::to_string(port)); });
+        while (replayer.step()) {
+        }
+        return replayer.so_far();
     }
 
     static std::string failure(const std::function<void()> &action)

@@ -2,7 +2,7 @@
 #include "host/commands/commands.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <memory>
 
 #include <fmt/format.h>
 
@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::uint32_t frame_bytes = 60; ///< the smallest frame on a wire, without its check sequence
 constexpr std::uint16_t ipv4 = 0x0800;
+constexpr int frames_a_part = 64; ///< that are replayed before others get their turn
 
 sim::PortNames port_names(const Host &host)
 {
@@ -130,26 +131,56 @@ Result expect_frame(Host &host, const Arguments &arguments)
             fmt::format("the frame left at: {}\n  expected:          {}", list(actual), list(expected)), true};
 }
 
+/// A capture on its way into a port.
+struct Replaying {
+    Replaying(Host &host_given, const Arguments &arguments)
+        : host(host_given), file(arguments.text("FILE")), prefix(arguments.text("out")), port(arguments.number("into")),
+          replayer(
+              host.software_switch, port, file, [this](std::uint32_t log_port) { return path(log_port); },
+              [files = host.files](const std::string &name, bool to_write) { return files->open(name, to_write); }),
+          progress(file, "frames")
+    {
+    }
+    std::string path(std::uint32_t log_port) const
+    {
+        return fmt::format("{}-{}.pcap", prefix, host.names.port(log_port));
+    }
+    std::string summary() const;
+
+    Host &host;
+    std::string file;
+    std::string prefix;
+    std::uint32_t port;
+    sim::Replayer replayer;
+    terminal::Progress progress;
+};
+
+std::string Replaying::summary() const
+{
+    const sim::Replay &done = replayer.so_far();
+    std::string text = fmt::format("{} frames of {} into port {}", done.frames, file, host.names.port(port));
+    if (done.cut_short != 0)
+        text += fmt::format("; {} were left out, the capture cut them short", done.cut_short);
+    for (const auto &[log_port, frames] : done.out)
+        text += fmt::format("\n  {} frames left at {}: {}", frames, host.names.port(log_port), path(log_port));
+    return text;
+}
+
+Result go_on(const std::shared_ptr<Replaying> &replaying)
+{
+    for (int i = 0; i < frames_a_part; ++i) {
+        if (!replaying->replayer.step())
+            return {KY_STATUS_SUCCESS, replaying->summary()};
+        replaying->progress.step();
+    }
+    Result part;
+    part.rest = [replaying] { return go_on(replaying); };
+    return part;
+}
+
 Result replay(Host &host, const Arguments &arguments)
 {
-    const std::string &prefix = arguments.text("out");
-    try {
-        terminal::Progress progress(arguments.text("FILE"), "frames");
-        const sim::Replay replayed = sim::replay(
-            host.software_switch, arguments.number("into"), arguments.text("FILE"),
-            [&](std::uint32_t log_port) { return fmt::format("{}-{}.pcap", prefix, host.names.port(log_port)); },
-            [&](const sim::Outcome &) { progress.step(); });
-        std::string text = fmt::format("{} frames of {} into port {}", replayed.frames, arguments.text("FILE"),
-                                       host.names.port(arguments.number("into")));
-        if (replayed.cut_short != 0)
-            text += fmt::format("; {} were left out, the capture cut them short", replayed.cut_short);
-        for (const auto &[log_port, frames] : replayed.out)
-            text += fmt::format("\n  {} frames left at {}: {}-{}.pcap", frames, host.names.port(log_port), prefix,
-                                host.names.port(log_port));
-        return {KY_STATUS_SUCCESS, text};
-    } catch (const std::runtime_error &error) {
-        return {KY_STATUS_SUCCESS, error.what(), true};
-    }
+    return go_on(std::make_shared<Replaying>(host, arguments));
 }
 
 Result flush_fdb(Host &host, const Arguments &)

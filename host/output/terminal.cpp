@@ -12,6 +12,7 @@ namespace terminal {
 namespace {
 
 bool colours_allowed = true;
+bool progress_allowed = true;
 bool progress_shown = false;
 
 constexpr std::size_t step_shown = 1000; ///< of so many steps one is shown
@@ -21,6 +22,11 @@ constexpr std::size_t step_shown = 1000; ///< of so many steps one is shown
 void forbid_colours()
 {
     colours_allowed = false;
+}
+
+void forbid_progress()
+{
+    progress_allowed = false;
 }
 
 bool has_colours(int descriptor)
@@ -40,7 +46,7 @@ std::string red(const std::string &text)
 }
 
 Progress::Progress(std::string work, std::string unit, bool wanted)
-    : work_(std::move(work)), unit_(std::move(unit)), visible_(wanted && isatty(STDERR_FILENO) != 0)
+    : work_(std::move(work)), unit_(std::move(unit)), visible_(wanted && progress_allowed && isatty(STDERR_FILENO) != 0)
 {
 }
 

@@ -10,6 +10,9 @@ namespace terminal {
 /// Forbids colours from now on.
 void forbid_colours();
 
+/// Forbids progress lines from now on: a terminal that takes nothing would hold up the work.
+void forbid_progress();
+
 /// Whether text to a descriptor may have colours: a terminal, not forbidden, and no NO_COLOR in the environment.
 bool has_colours(int descriptor);
 

@@ -101,18 +101,19 @@ ControlSocket::~ControlSocket()
         unlink(path_.c_str());
 }
 
-Control::Client::Client(int accepted, Host &host)
+Control::Client::Client(int accepted, Host &host, const Files &files)
     : socket(accepted), answers(accepted, {}, nullptr, Outlet::Pace::never_waits, SIZE_MAX),
-      session(accepted, answers, std::make_unique<CommandDialogue>(host, answers, answers))
+      session(accepted, answers, std::make_unique<CommandDialogue>(host, answers, answers, files))
 {
 }
 
-Control::Control(Host &host, const std::string &path)
-    : host_(host), events_(checked(epoll_create1(EPOLL_CLOEXEC), "the control input")),
+Control::Control(Host &host, const std::string &path, const std::string &files)
+    : host_(host), clients_files_(files), events_(checked(epoll_create1(EPOLL_CLOEXEC), "the control input")),
       always_(checked(eventfd(1, EFD_CLOEXEC), "the control input"))
 {
     if (path.empty())
-        standard_input_.emplace(STDIN_FILENO, host.out, std::make_unique<CommandDialogue>(host, host.out, host.err));
+        standard_input_.emplace(STDIN_FILENO, host.out,
+                                std::make_unique<CommandDialogue>(host, host.out, host.err, all_files_));
     else
         socket_.emplace(path);
     watch_all();
@@ -146,6 +147,12 @@ void Control::serve()
     watch_all();
 }
 
+void Control::give_to(uid_t user)
+{
+    if (socket_)
+        checked(lchown(socket_->path().c_str(), user, static_cast<gid_t>(-1)), socket_->path());
+}
+
 void Control::tell(const std::string &notice)
 {
     host_.out.write(notice + "\n");
@@ -160,7 +167,7 @@ void Control::accept_clients()
         if (client.get() < 0)
             return;
         if (clients_.size() < most_clients) {
-            clients_.emplace_back(client.release(), host_);
+            clients_.emplace_back(client.release(), host_, clients_files_);
         } else {
             const std::string refusal = fmt::format("control: {} clients are connected, which is all\n", most_clients);
             send(client.get(), refusal.data(), refusal.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

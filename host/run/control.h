@@ -26,6 +26,7 @@ public:
     ControlSocket &operator=(const ControlSocket &) = delete;
 
     int descriptor() const { return listener_.get(); }
+    const std::string &path() const { return path_; }
 
 private:
     std::string path_;
@@ -37,8 +38,9 @@ private:
 class Control {
 public:
     /// @param path of the socket; empty: commands come from standard input
-    /// Throws std::runtime_error when the socket cannot be had.
-    Control(Host &host, const std::string &path);
+    /// @param files folder whose files clients may read and make; empty: none
+    /// Throws std::runtime_error when one of them cannot be had.
+    Control(Host &host, const std::string &path, const std::string &files);
     ~Control(); ///< gives the clients their last answers
     Control(const Control &) = delete;
     Control &operator=(const Control &) = delete;
@@ -49,12 +51,15 @@ public:
     /// Takes input, carries out commands in turn, and sends answers; about a millisecond's work.
     void serve();
 
+    /// Makes a user the owner of the socket. Throws std::runtime_error with the reason.
+    void give_to(uid_t user);
+
     /// Prints a line on standard output.
     void tell(const std::string &notice);
 
 private:
     struct Client {
-        Client(int accepted, Host &host);
+        Client(int accepted, Host &host, const Files &files);
 
         sim::Descriptor socket;
         Outlet answers;
@@ -68,6 +73,8 @@ private:
     std::vector<Outlet *> outlets();
 
     Host &host_;
+    Files all_files_;
+    FolderFiles clients_files_;
     sim::Descriptor events_;
     sim::Descriptor always_;               ///< readable all the time: watched while there is something to carry out
     std::map<int, std::uint32_t> watched_; ///< epoll's events by descriptor

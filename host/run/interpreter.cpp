@@ -47,17 +47,25 @@ Call read_call(std::span<const std::string> words, const Names *names)
     }
 }
 
-/// Sends what commands say to whoever gave them, while it lives.
+/// While it lives, what commands say goes to whoever gave them, and they open the files that those may.
 class Redirection {
 public:
-    Redirection(Host &host, Output &output) : host_(host), before_(std::exchange(host.output, &output)) {}
-    ~Redirection() { host_.output = before_; }
+    Redirection(Host &host, Output &output, const Files &files)
+        : host_(host), output_(std::exchange(host.output, &output)), files_(std::exchange(host.files, &files))
+    {
+    }
+    ~Redirection()
+    {
+        host_.output = output_;
+        host_.files = files_;
+    }
     Redirection(const Redirection &) = delete;
     Redirection &operator=(const Redirection &) = delete;
 
 private:
     Host &host_;
-    Output *before_;
+    Output *output_;
+    const Files *files_;
 };
 
 } // namespace
@@ -103,19 +111,17 @@ Verdict Interpreter::run_line(const std::string &line, const std::string &place)
 
 std::optional<Verdict> Interpreter::begin(const std::string &line, const std::string &place)
 {
-    try {
-        const Words words = parse_line(line);
-        if (words.empty())
-            return as_expected;
+    current_ = {{}, place, KY_STATUS_SUCCESS, nullptr};
+    return advance([this, &line]() -> Result {
+        current_.words = parse_line(line);
+        if (current_.words.empty())
+            return {};
         if (host_.tracing)
             host_.write_log("> " + line);
-        const Call call = read_call(words, &host_.names);
-        current_ = {words, place, call.expected, nullptr};
-        return advance([this, &call] { return call.command->run(host_, call.arguments); });
-    } catch (const ScriptError &error) {
-        output_.complain(fmt::format("{}: {}", place, error.what()));
-        return wrong_script;
-    }
+        const Call call = read_call(current_.words, &host_.names);
+        current_.expected = call.expected;
+        return call.command->run(host_, call.arguments);
+    });
 }
 
 std::optional<Verdict> Interpreter::go_on()
@@ -126,10 +132,18 @@ std::optional<Verdict> Interpreter::go_on()
 /// Carries out a part of the current command, and judges the command when it was the last.
 std::optional<Verdict> Interpreter::advance(const std::function<Result()> &part)
 {
-    const Redirection to_giver(host_, output_);
+    const Redirection to_giver(host_, output_, files_);
     host_.log.errors.clear();
     const std::size_t misuses = host_.device.violations.size();
-    Result result = part();
+    Result result;
+    try {
+        result = part();
+    } catch (const ScriptError &error) {
+        output_.complain(fmt::format("{}: {}", current_.place, error.what()));
+        return wrong_script;
+    } catch (const std::exception &error) { // what the machine refused
+        result = {KY_STATUS_SUCCESS, error.what(), true};
+    }
     std::optional<Verdict> verdict;
     if (result.rest)
         current_.rest = std::move(result.rest);

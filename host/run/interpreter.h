@@ -28,9 +28,10 @@ Verdict check_script(std::istream &script, const std::string &file);
 class Interpreter {
 public:
     /// @param output where answers and complaints go
+    /// @param files that commands may read and make
     /// @param keep_going goes on after a command that did not do what was expected
-    Interpreter(Host &host, Output &output, bool keep_going = false)
-        : host_(host), output_(output), keep_going_(keep_going)
+    Interpreter(Host &host, Output &output, const Files &files, bool keep_going = false)
+        : host_(host), output_(output), files_(files), keep_going_(keep_going)
     {
     }
 
@@ -41,8 +42,8 @@ public:
     /// @param place that messages begin with: "FILE:LINE"
     Verdict run_line(const std::string &line, const std::string &place);
 
-    /// The same in parts of a few milliseconds, for those who have other things to do meanwhile: begin, then go_on as
-    /// long as there is no verdict.
+    /// The same in parts of a few milliseconds at most, for those who have other things to do meanwhile: begin, then
+    /// go_on as long as there is no verdict.
     std::optional<Verdict> begin(const std::string &line, const std::string &place);
     std::optional<Verdict> go_on();
     bool is_busy() const { return current_.rest != nullptr; }
@@ -64,6 +65,7 @@ private:
 
     Host &host_;
     Output &output_;
+    const Files &files_;
     bool keep_going_;
     Current current_;
 };

@@ -3,13 +3,16 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 
 #include <sys/signalfd.h>
 
 #include <fmt/format.h>
 
+#include "host/output/terminal.h"
 #include "host/run/control.h"
+#include "host/run/privileges.h"
 #include "host/screens/screens.h"
 #include "sim/descriptor.h"
 #include "sim/live.h"
@@ -47,22 +50,28 @@ void hold_signals()
     (void)std::signal(SIGPIPE, SIG_IGN); // a client that does not wait for its answers
 }
 
-Verdict forward(Host &host, const std::vector<std::string> &attachments, const std::string &control_path,
-                std::size_t buffer_size)
+Verdict forward(Host &host, const LiveOptions &options)
 {
     try {
+        std::optional<User> user;
+        if (!options.user.empty())
+            user = find_user(options.user);
         const sigset_t signals = ending_signals();
         const sim::Descriptor stop(signalfd(-1, &signals, SFD_CLOEXEC));
         for (Outlet *outlet : {&host.out, &host.err, host.log.outlet})
             outlet->set_pace(Outlet::Pace::never_waits);
-        Control control(host, control_path);
+        terminal::forbid_progress();
+        Control control(host, options.control, options.control_files);
         sim::Live live(
             host.software_switch, [&control](const std::string &notice) { control.tell(notice); },
-            [&host](std::uint32_t log_port) { return host.names.port(log_port); }, buffer_size);
-        for (const std::string &attachment : attachments)
+            [&host](std::uint32_t log_port) { return host.names.port(log_port); }, options.buffer_megabytes << 20);
+        for (const std::string &attachment : options.attachments)
             attach(live, host, attachment);
+        if (user)
+            control.give_to(user->uid);
+        give_up_privileges(user);
 
-        control.tell(fmt::format("forwarding between {} interfaces", attachments.size()));
+        control.tell(fmt::format("forwarding between {} interfaces", options.attachments.size()));
         live.run(stop.get(), control.descriptor(), [&] {
             control.serve();
             if (host.quitting)

@@ -7,6 +7,7 @@
 
 #include "host/host.h"
 #include "host/run/interpreter.h"
+#include "sim/live.h"
 
 namespace host {
 
@@ -14,14 +15,20 @@ namespace host {
 /// anything else is started.
 void hold_signals();
 
+/// What forwarding is done with.
+struct LiveOptions {
+    std::vector<std::string> attachments; ///< "PORT=INTERFACE" each, a port by its number or its name
+    std::string control;                  ///< path of a Unix socket for clients; empty: commands from standard input
+    std::string control_files;            ///< folder whose files clients may read and make; empty: none
+    std::string user;                     ///< who the process becomes before it forwards; empty: it stays who it is
+    /// Of the kernel's memory, for each interface's frames until they are forwarded.
+    std::size_t buffer_megabytes = sim::Live::buffer_size_default >> 20;
+};
+
 /// Attaches ports to interfaces and forwards between them until SIGINT, SIGTERM or the command 'quit'. Commands
 /// come from standard input, or from the clients of a Unix socket, each of which gets its answers.
-/// @param attachments "PORT=INTERFACE" each, a port by its number or its name
-/// @param control path of the socket; empty: standard input
-/// @param buffer_size bytes of the kernel's memory that each interface's frames may take until they are forwarded
-/// @return wrong_script, reported, when something cannot be attached or the socket cannot be had
-Verdict forward(Host &host, const std::vector<std::string> &attachments, const std::string &control,
-                std::size_t buffer_size);
+/// @return wrong_script, reported, when something cannot be attached, had or given up
+Verdict forward(Host &host, const LiveOptions &options);
 
 } // namespace host
 

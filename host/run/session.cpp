@@ -16,8 +16,8 @@ constexpr std::size_t most_unread = 64 << 10; ///< bytes of answers
 
 } // namespace
 
-CommandDialogue::CommandDialogue(Host &host, Outlet &answers, Outlet &complaints)
-    : output_(answers, complaints, host.json), interpreter_(host, output_, true)
+CommandDialogue::CommandDialogue(Host &host, Outlet &answers, Outlet &complaints, const Files &files)
+    : output_(answers, complaints, host.json), interpreter_(host, output_, files)
 {
 }
 

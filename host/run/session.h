@@ -32,7 +32,7 @@ public:
 class CommandDialogue final : public Dialogue {
 public:
     /// @param complaints may be the same
-    CommandDialogue(Host &host, Outlet &answers, Outlet &complaints);
+    CommandDialogue(Host &host, Outlet &answers, Outlet &complaints, const Files &files);
 
     void begin(const std::string &line) override { interpreter_.begin(line, "control"); }
     bool is_busy() const override { return interpreter_.is_busy(); }

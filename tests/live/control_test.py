@@ -5,11 +5,16 @@
 """
 import contextlib
 import os
+import re
+import signal
 import socket
 import stat
+import struct
 import subprocess
 import sys
+import tempfile
 import threading
+import time
 
 from namespaces_test import main, namespace, ping, run, untagged_bridge
 
@@ -108,5 +113,78 @@ def output_that_is_lost(start):
         run("ip", "-n", namespace("sw"), "link", "set", "pc", "up")
 
 
+def frames_are_not_held_up(start):
+    """Long commands, much to answer and much to read beside a ping. What a quiet machine shows is in docs/host.md."""
+    members = "".join(f"bridge create as b{i}\n" + "".join(f"vport add b{i} {port} vlan {200 + i} tagged\n"
+                      for port in ("a", "b", "c", "d")) for i in range(127))
+    with tempfile.TemporaryDirectory() as folder:
+        switch = start(untagged_bridge("a", "b", "c", "d") + members, "--control-files", folder)
+        with open(f"{folder}/million", "wb") as file:
+            frame = b"\xff" * 6 + b"\2\0\0\0\1\1" + b"\x81\0" + struct.pack("!HH", 4000, 0x88B5) + bytes(44)
+            file.write(struct.pack("=IHHIIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1) +
+                       (struct.pack("=IIII", 1700000000, 0, len(frame), len(frame)) + frame) * 1_000_000)
+
+        def garbage(client):
+            all_answers(client, b"".join(b"%x\n" % (i * i) for i in range(100_000)))
+
+        def slow_reader(client):
+            client.sendall(b"show rules\n" * 20)
+            for _ in range(50):
+                client.recv(10000)
+                time.sleep(0.02)
+
+        def journal(client):
+            assert b"call" in all_answers(client, b"show journal\nshow everything\nverify\n" * 3)
+
+        def replay(client):
+            assert b"1000000 frames" in all_answers(client, b"replay million into a out left")
+        for disturb in (garbage, slow_reader, journal, replay):
+            pinging = subprocess.Popen(["ip", "netns", "exec", namespace("a"), "ping", "-q", "-i", "0.002",
+                                        "10.0.0.2"], stdout=subprocess.PIPE, text=True)
+            with switch.connect() as client:
+                disturb(client)
+            pinging.send_signal(signal.SIGINT)
+            report = pinging.communicate()[0]
+            sent, answered = (int(number) for number in re.findall(r"(\d+) packets transmitted, (\d+) rec", report)[0])
+            longest = float(report.split("/")[-2])  # rtt min/avg/max/mdev, in milliseconds
+            print(f"        beside {disturb.__name__}: {answered} pings, the longest {longest} ms")
+            assert answered >= max(5, sent - 3) and longest < 300, report  # the last ones may still be under way
+
+
+def needs_little_and_gives_little(start):
+    """CAP_NET_RAW alone, as another user, and for clients the files of one folder, if of any."""
+    with tempfile.TemporaryDirectory() as top:
+        os.chmod(top, 0o755)
+        folder, outside = f"{top}/in", f"{top}/out"
+        for path in (folder, outside):
+            os.mkdir(path)
+            os.chmod(path, 0o777)
+        with open(f"{folder}/one", "wb") as file:
+            file.write(struct.pack("=IHHIIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1) +
+                       struct.pack("=IIII", 1700000000, 0, 60, 60) + b"\xff" * 6 + bytes(54))
+        os.symlink(f"{outside}/linked", f"{folder}/link-b.pcap")
+        os.mkfifo(f"{folder}/pipe-b.pcap")
+        for options in ([], ["--user", "nobody", "--control-files", folder]):
+            switch = start(untagged_bridge("a", "b"), *options)
+            with open(f"/proc/{switch.process.pid}/status") as file:
+                status = dict(line.rstrip("\n").split(":\t") for line in file)
+            rights = [int(status[name], 16) for name in ("CapPrm", "CapEff", "CapInh", "CapBnd", "CapAmb")]
+            assert rights == [1 << 13, 1 << 13, 0, 0, 0], status
+            assert (status["Uid"].split("\t")[0] == "0") == (not options), status
+            assert ping("a", "10.0.0.2") == 3
+            wrong = [("one", f"{outside}/x"), ("one", "../out/x"), ("one", "link"), ("one", "pipe"),
+                     (f"{folder}/one", "x"), ("pipe-b.pcap", "x"), ("..", "x")] + [("one", "x")] * (not options)
+            for source, target in wrong:
+                with switch.connect() as client:
+                    answer = all_answers(client, f"replay {source} into a out {target}".encode())
+                assert b"cannot " in answer, (source, target, answer)
+            assert os.listdir(outside) == [] and sorted(os.listdir(folder)) == ["link-b.pcap", "one", "pipe-b.pcap"]
+            if options:
+                switch("replay one into a out x")
+                assert "x-b.pcap" in os.listdir(folder)
+            switch.stop()
+
+
 if __name__ == "__main__":
-    sys.exit(main([gone_and_deaf_clients, clients_side_by_side, one_socket_one_host, output_that_is_lost]))
+    sys.exit(main([gone_and_deaf_clients, clients_side_by_side, one_socket_one_host, output_that_is_lost,
+                   frames_are_not_held_up, needs_little_and_gives_little]))

@@ -89,7 +89,7 @@ class Switch:
         ports = "\n".join(f"port announce 0x1000{i} as {name}\nport set {name} pvid 100"
                           for i, name in enumerate(NAMES, 1))
         with open(path, "w") as file:
-            file.write(f"start bridges 64 virtual-ports 512\n{ports}\n{script}")
+            file.write(f"start bridges 128 virtual-ports 512\n{ports}\n{script}")
         attach = [word for name in NAMES for word in ("--attach", f"{name}=p{name}")]
         self.command = ["ip", "netns", "exec", namespace("sw"), program, *attach, "--control",
                         f"{self.folder.name}/control", *options, path]
