@@ -4,7 +4,7 @@
 #   sdk       the stand-in SDK, for those    sdk_dev   what builds against that
 #             who develop without a switch   host      the host program
 #   conform   the contract kit               conform_dev  what builds against that
-#   doc       guide and reference
+#   doc       guide and reference            python       the package for Python
 #
 # debian/ makes packages of them.
 include(CMakePackageConfigHelpers)
@@ -57,7 +57,18 @@ if(KYBRIDGE_HOST)
   install(TARGETS kybridge-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
   install(FILES docs/kybridge-host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
   install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kybridge-host/examples COMPONENT host
-    USE_SOURCE_PERMISSIONS FILES_MATCHING PATTERN *.kyb PATTERN *.sh PATTERN expected EXCLUDE PATTERN sdk EXCLUDE)
+    USE_SOURCE_PERMISSIONS FILES_MATCHING PATTERN *.kyb PATTERN *.sh PATTERN expected EXCLUDE PATTERN sdk EXCLUDE
+    PATTERN python EXCLUDE)
+
+  # The package for Python, with what pip would write beside it.
+  set(python_dir lib/python3/dist-packages)
+  set(python_info ${PROJECT_BINARY_DIR}/kybridge-${PROJECT_VERSION}.dist-info)
+  file(CONFIGURE OUTPUT ${python_info}/METADATA CONTENT "Metadata-Version: 2.1\nName: kybridge\nVersion: @PROJECT_VERSION@\n")
+  file(CONFIGURE OUTPUT ${python_info}/entry_points.txt CONTENT "[pytest11]\nkybridge = kybridge.pytest_plugin\n")
+  install(DIRECTORY python/kybridge ${python_info} DESTINATION ${python_dir} COMPONENT python
+    PATTERN __pycache__ EXCLUDE)
+  install(DIRECTORY examples/python/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/python3-kybridge/examples
+    COMPONENT python FILES_MATCHING PATTERN *.py)
 endif()
 
 # ---- The contract kit -----------------------------------------------------------------------------------

@@ -1,24 +1,40 @@
 #include "host/host.h"
 
+#include <utility>
+
 #include <fmt/format.h>
 
 #include "host/output/terminal.h"
 
 namespace host {
 
+std::string_view severity_name(std::uint32_t severity)
+{
+    switch (severity) {
+    case KY_LOG_ERROR:
+        return "error";
+    case KY_LOG_NOTICE:
+        return "notice";
+    case KY_LOG_DEBUG:
+        return "debug";
+    default:
+        return "trace";
+    }
+}
+
+std::string Log::Line::text() const
+{
+    return fmt::format("{} {}: {}", module, severity_name(severity), message);
+}
+
 void Host::write_log(const sdk::LogLine &line)
 {
-    const char *level = line.severity == KY_LOG_ERROR    ? "error"
-                        : line.severity == KY_LOG_NOTICE ? "notice"
-                        : line.severity == KY_LOG_DEBUG  ? "debug"
-                                                         : "trace";
     const bool has_place = line.format.starts_with("%s[%d]- ");
     const std::size_t start = has_place && !log.places ? line.text.find("]- ") + 3 : 0;
-    std::string text = fmt::format("{} {}: {}", line.module, level, line.text.substr(start));
-    text.erase(text.find_last_not_of(" \n") + 1);
-    if (line.severity == KY_LOG_ERROR)
-        log.errors.push_back(text);
-    write_log(text);
+    std::string message = line.text.substr(start);
+    message.erase(message.find_last_not_of(" \n") + 1);
+    log.lines.push_back({line.severity, line.module, std::move(message)});
+    write_log(log.lines.back().text());
 }
 
 void Host::write_log(const std::string &text)
@@ -29,6 +45,17 @@ void Host::write_log(const std::string &text)
     log.outlet->write(text + "\n");
     if (log.outlet == &err)
         err.flush();
+}
+
+const sim::Outcome &Host::send(std::uint32_t log_port, sim::BytesView frame)
+{
+    ++frames_sent;
+    return last_frame.emplace(software_switch.forward(log_port, frame));
+}
+
+sim::PortNames Host::port_names() const
+{
+    return [this](std::uint32_t log_port) { return names.port(log_port); };
 }
 
 void Host::trace(bool on)

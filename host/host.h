@@ -2,6 +2,7 @@
 #ifndef KYBRIDGE_HOST_HOST_H
 #define KYBRIDGE_HOST_HOST_H
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -19,15 +20,27 @@
 #include "host/output/tables.h"
 #include "sdk/sdk.h"
 #include "sim/switch.h"
+#include "sim/trace.h"
 
 namespace host {
 
 /// Where the module's log goes.
 struct Log {
+    struct Line {
+        std::uint32_t severity = 0; ///< ky_log_severity
+        std::string module;         ///< "BRIDGE"
+        std::string message;        ///< without its line end
+
+        std::string text() const; ///< "BRIDGE error: message"
+    };
+
     Outlet *outlet;
-    std::vector<std::string> errors = {}; ///< error lines of the current command
-    bool places = true;                   ///< whether debug and trace lines tell file and line of the module's source
+    std::vector<Line> lines = {}; ///< of the current command, or of the last part of it
+    bool places = true;           ///< whether debug and trace lines tell file and line of the module's source
 };
+
+/// "error", "notice", "debug" or "trace". @param severity ky_log_severity
+std::string_view severity_name(std::uint32_t severity);
 
 /// The loaded module, the device under it, and what scripts have named and remembered.
 struct Host {
@@ -46,7 +59,12 @@ struct Host {
     bool quitting = false;        ///< no further command is wanted
 
     sim::Switch software_switch = sim::Switch();
-    std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that a script sent
+    std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that was sent by hand
+    std::uint64_t frames_sent = 0;               ///< by hand: described, or given as bytes
+
+    /// Sends a frame into a port by hand. @return what became of it: last_frame
+    const sim::Outcome &send(std::uint32_t log_port, sim::BytesView frame);
+    sim::PortNames port_names() const; ///< the names that traces tell ports by; not to outlive the host
 
     void print(std::string_view text) const { output->print(text); }
     void show(const Table &screen) const { output->show(screen); }

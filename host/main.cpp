@@ -1,4 +1,5 @@
 // kybridge-host: a management process that loads the bridge module and drives it by scripts.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +22,7 @@
 #include "host/run/interpreter.h"
 #include "host/run/live.h"
 #include "host/run/prompt.h"
+#include "host/serve/serve.h"
 #include "sim/descriptor.h"
 #include "sim/live.h"
 
@@ -40,6 +42,7 @@ struct Options {
     std::string sdk;
     host::LiveOptions live;
     std::uint32_t verbosity = 3;
+    bool serve = false;
     bool keep_going = false;
     bool check_only = false;
     bool json = false;
@@ -80,7 +83,7 @@ Verdict check_files(const std::vector<std::string> &files, bool standard_input_t
     return verdict;
 }
 
-Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &options)
+Verdict run_files(host::Host &host, Interpreter &interpreter, const host::Files &files, const Options &options)
 {
     auto verdict = host::as_expected;
     for (const std::string &file : options.files) {
@@ -94,7 +97,9 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const Options &opt
             break;
     }
     const bool goes_on = verdict == host::as_expected || (verdict == host::unexpected && options.keep_going);
-    if (goes_on && !host.quitting && !options.live.attachments.empty())
+    if (goes_on && !host.quitting && options.serve)
+        host::serve(host, files);
+    else if (goes_on && !host.quitting && !options.live.attachments.empty())
         verdict = std::max(verdict, host::forward(host, options.live));
     return std::max(verdict, interpreter.finish());
 }
@@ -113,14 +118,24 @@ int open_log(const std::string &path)
 
 int run(const Options &options)
 {
+    if (options.serve && (options.log == standard_stream || std::ranges::count(options.files, standard_stream) != 0)) {
+        fmt::print(stderr, "kybridge-host: with --serve, standard input and output are for requests and answers alone; "
+                           "expected files for scripts and log\n");
+        return host::wrong_script;
+    }
     const Verdict wrong = check_files(options.files, options.check_only);
     if (wrong != host::as_expected || options.check_only)
         return wrong;
 
     const sim::Descriptor log_file(open_log(options.log));
     host::Host host{host::load_module(options.module)};
+    // Programs that are served get answers alone, which bring the log.
+    const sim::Descriptor nowhere_file(open_log("/dev/null"));
+    host::Outlet nowhere(nowhere_file.get());
     std::optional<host::Outlet> log;
-    if (options.log == standard_stream) {
+    if (options.serve && options.log.empty()) {
+        host.log.outlet = &nowhere;
+    } else if (options.log == standard_stream) {
         host.log.outlet = &host.out;
     } else if (!options.log.empty()) {
         log.emplace(log_file.get(), options.log, &host.err);
@@ -131,11 +146,11 @@ int run(const Options &options)
     host.device.log = [&host](const sdk::LogLine &line) { host.write_log(line); };
     host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
 
-    host::TextOutput output(host.out, host.err, options.json);
+    host::TextOutput output(options.serve ? nowhere : host.out, host.err, options.json);
     host.output = &output;
     const host::Files files;
     Interpreter interpreter(host, output, files, options.keep_going);
-    const Verdict verdict = run_files(host, interpreter, options);
+    const Verdict verdict = run_files(host, interpreter, files, options);
     host.device.log = nullptr;
     host.trace(false);
     bool lost = false;
@@ -191,6 +206,10 @@ int run_command_line(int argc, char **argv)
            "--user", options.live.user,
            "With --attach: the user who the process becomes before it forwards; CAP_NET_RAW is all that it keeps")
         ->needs("--attach");
+    app.add_flag("--serve", options.serve,
+                 "After the scripts, take requests of programs from standard input, one JSON object a line, and answer "
+                 "each in a line of standard output")
+        ->excludes("--attach");
     app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
     app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");
     app.add_flag("--json", options.json, "Show each screen as a JSON object in a line of its own");
@@ -216,7 +235,7 @@ int run_command_line(int argc, char **argv)
             return examine(options);
         if (!options.live.attachments.empty())
             host::hold_signals();
-        else if (options.files.empty())
+        else if (options.files.empty() && !options.serve)
             options.files.emplace_back(standard_stream);
         return run(options);
     } catch (const CLI::ParseError &error) {

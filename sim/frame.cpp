@@ -66,6 +66,31 @@ std::optional<Mac> parse_mac(std::string_view text)
     return mac;
 }
 
+std::optional<Bytes> parse_hex(std::string_view text)
+{
+    Bytes bytes(text.size() / 2);
+    if (text.empty() || text.size() % 2 != 0)
+        return std::nullopt;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const char *pair = text.data() + 2 * i;
+        if (const auto [end, error] = std::from_chars(pair, pair + 2, bytes[i], 16); end != pair + 2)
+            return std::nullopt;
+    }
+    return bytes;
+}
+
+std::string hex(BytesView bytes)
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (const std::uint8_t byte : bytes) {
+        text += digits[byte >> 4U];
+        text += digits[byte & 0xFU];
+    }
+    return text;
+}
+
 std::array<std::uint8_t, tag_size> Tag::bytes() const
 {
     const unsigned control = (pcp & 7u) << 13 | (dei ? 1u << 12 : 0u) | (vid & 0xFFFu);

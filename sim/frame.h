@@ -40,6 +40,10 @@ struct Mac {
 /// Reads six pairs of hexadecimal digits, separated all by ':' or all by '-'; none: it is not an address.
 std::optional<Mac> parse_mac(std::string_view text);
 
+/// Reads bytes as two hexadecimal digits each, nothing between; none: it is not that.
+std::optional<Bytes> parse_hex(std::string_view text);
+std::string hex(BytesView bytes); ///< "02000000000a"
+
 /// An IEEE 802.1Q tag.
 struct Tag {
     std::uint8_t pcp = 0;  ///< priority code point, 0 to 7

@@ -31,9 +31,9 @@ std::string continuations(const std::string &word)
 
 const std::vector<CommandGroup> &command_groups()
 {
-    static const std::vector<CommandGroup> groups = {module_commands(), port_commands(),   bridge_commands(),
-                                                     vport_commands(),  sdk_commands(),    show_commands(),
-                                                     frame_commands(),  script_commands(), call_commands()};
+    static const std::vector<CommandGroup> groups = {
+        module_commands(), port_commands(),  bridge_commands(), vport_commands(),  sdk_commands(),
+        show_commands(),   frame_commands(), draw_commands(),   script_commands(), call_commands()};
     return groups;
 }
 

@@ -35,6 +35,7 @@ CommandGroup vport_commands();
 CommandGroup sdk_commands();   ///< what a host sets up in the SDK, and planned faults
 CommandGroup frame_commands(); ///< the software switch
 CommandGroup show_commands();
+CommandGroup draw_commands();   ///< pictures
 CommandGroup script_commands(); ///< what is about the script itself
 CommandGroup call_commands();   ///< every exported function with any arguments
 

@@ -19,11 +19,6 @@ constexpr std::uint32_t frame_bytes = 60; ///< the smallest frame on a wire, wit
 constexpr std::uint16_t ipv4 = 0x0800;
 constexpr int frames_a_part = 64; ///< that are replayed before others get their turn
 
-sim::PortNames port_names(const Host &host)
-{
-    return [&host](std::uint32_t log_port) { return host.names.port(log_port); };
-}
-
 /// A station behind a port, where a script names none: 02:00 and the port's number.
 sim::Mac station_at(std::uint32_t log_port)
 {
@@ -59,12 +54,21 @@ sim::Bytes described_frame(const Arguments &arguments)
     return frame;
 }
 
-Result send_frame(Host &host, const Arguments &arguments)
+Result send(Host &host, std::uint32_t log_port, const sim::Bytes &frame)
 {
-    host.last_frame = host.software_switch.forward(arguments.number("PORT"), described_frame(arguments));
-    std::string text = sim::trace(*host.last_frame, port_names(host));
-    text.erase(text.find_last_not_of('\n') + 1);
+    std::string text = sim::trace(host.send(log_port, frame), host.port_names());
+    text.pop_back(); // the line end, which every result gets
     return {KY_STATUS_SUCCESS, text};
+}
+
+Result send_described(Host &host, const Arguments &arguments)
+{
+    return send(host, arguments.number("PORT"), described_frame(arguments));
+}
+
+Result send_bytes(Host &host, const Arguments &arguments)
+{
+    return send(host, arguments.number("PORT"), *sim::parse_hex(arguments.text("HEX")));
 }
 
 /// Where a frame leaves, as scripts say it: "south vlan 100 pcp 5" or "south untagged".
@@ -223,7 +227,9 @@ CommandGroup frame_commands()
                 {"frame",
                  "PORT [from MAC] [to MAC] [vlan TAG-VLAN] [pcp PCP] [dei] [inner TAG-VLAN] [type TYPE] [size BYTES]",
                  "Sends a frame into a port and shows its way through the switch", "frame north vlan 100 pcp 5",
-                 send_frame},
+                 send_described},
+                {"send", "PORT HEX", "Sends a frame of just these bytes into a port and shows its way",
+                 "send north ffffffffffff02000000000a81000064080045", send_bytes},
                 {"expect frame", "EXIT...",
                  "Fails unless the last frame left exactly there: 'nowhere', or ports with 'vlan N [pcp N]' or "
                  "'untagged'",

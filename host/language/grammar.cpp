@@ -64,6 +64,8 @@ std::string Kind::choices(std::size_t most) const
 
     if (source == Source::mac)
         return "six pairs of hexadecimal digits, for example 02:00:00:00:00:0a";
+    if (source == Source::hex)
+        return "its bytes, two hexadecimal digits each";
     if (source == Source::file)
         return "a path";
 
@@ -176,6 +178,11 @@ void Grammar::read_value(const Part &part, const std::string &word, const Names 
         break;
     case Kind::Source::mac:
         if (!sim::parse_mac(word))
+            throw ScriptError(
+                fmt::format("'{}' is no {}: expected {}", word, part.value->meaning, part.value->choices()));
+        break;
+    case Kind::Source::hex:
+        if (!sim::parse_hex(word))
             throw ScriptError(
                 fmt::format("'{}' is no {}: expected {}", word, part.value->meaning, part.value->choices()));
         break;

@@ -30,6 +30,7 @@ struct Kind {
         bridge,   ///< a number, or the name of a bridge
         new_name, ///< text that can be a name
         mac,      ///< a MAC address
+        hex,      ///< bytes in hexadecimal digits
         file      ///< a path
     };
     std::string name;    ///< as in synopses: "VLAN"

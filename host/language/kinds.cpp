@@ -38,6 +38,7 @@ const Kind &kind(std::string_view name)
         {"TYPE", "EtherType", number, UINT16_MAX, {}},
         {"BYTES", "size in bytes", number, UINT16_MAX, {}},
         {"MAC", "MAC address", mac, 0, {}},
+        {"HEX", "frame", hex, 0, {}},
         {"SECONDS", "time in seconds", number, UINT32_MAX, {}},
         {"AGEING", "ageing time in seconds", number, sim::Fdb::ageing_max.count(), {}, sim::Fdb::ageing_min.count()},
         {"FILE", "file", file, 0, {}},

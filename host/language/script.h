@@ -18,6 +18,13 @@ namespace host {
 class ScriptError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+    /// Of the arguments of a command. @param usage_of_command a line that is added to the text
+    ScriptError(const std::string &text, const std::string &usage_of_command)
+        : std::runtime_error(text + "\n  usage: " + usage_of_command), usage(usage_of_command)
+    {
+    }
+
+    std::string usage; ///< empty: the command is not known, or not at fault
 };
 
 using Words = std::vector<std::string>;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cassert>
+#include <charconv>
+#include <cstdint>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -11,6 +13,8 @@
 namespace host {
 
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 const std::string &shown(const std::string &cell)
 {
@@ -63,9 +67,9 @@ std::string Table::text(bool bold) const
     return text;
 }
 
-std::string Table::json() const
+/// @param cell_of makes JSON of a cell that is not empty: (column, text)
+template <typename CellOf> Json Table::object(CellOf cell_of) const
 {
-    using Json = nlohmann::ordered_json;
     Json screen = {{"title", title_}};
     if (!note_.empty())
         screen["note"] = note_;
@@ -73,10 +77,27 @@ std::string Table::json() const
     for (const auto &row : rows_) {
         Json cells = Json::object();
         for (std::size_t column = 0; column < columns_.size(); ++column)
-            cells[columns_[column].heading] = row[column].empty() ? Json() : Json(row[column]);
+            cells[columns_[column].heading] = row[column].empty() ? Json() : cell_of(columns_[column], row[column]);
         screen["rows"].push_back(std::move(cells));
     }
-    return screen.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return screen;
+}
+
+std::string Table::json() const
+{
+    return object([](const Column &, const std::string &cell) { return Json(cell); })
+        .dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+Json Table::data() const
+{
+    return object([](const Column &column, const std::string &cell) {
+        std::uint64_t number = 0;
+        const char *end = cell.data() + cell.size();
+        const bool is_number = column.align == Align::right &&
+                               std::from_chars(cell.data(), end, number) == std::from_chars_result{end, {}};
+        return is_number ? Json(number) : Json(cell);
+    });
 }
 
 std::vector<std::string> Table::facts() const

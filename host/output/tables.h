@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace host {
 
 class Table {
@@ -32,10 +34,15 @@ public:
     /// note there is none in it, and an empty cell is null.
     std::string json() const;
 
+    /// The same object for programs: what stands in a column of numbers is a number there.
+    nlohmann::ordered_json data() const;
+
     /// One line for each row that stands alone: "bridges: BRIDGE red, ID 1".
     std::vector<std::string> facts() const;
 
 private:
+    template <typename CellOf> nlohmann::ordered_json object(CellOf cell_of) const;
+
     std::string title_;
     std::string note_;
     std::vector<Column> columns_;

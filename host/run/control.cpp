@@ -21,6 +21,8 @@
 
 #include <fmt/format.h>
 
+#include "host/serve/dialogue.h"
+
 namespace host {
 
 namespace {
@@ -103,7 +105,7 @@ ControlSocket::~ControlSocket()
 
 Control::Client::Client(int accepted, Host &host, const Files &files)
     : socket(accepted), answers(accepted, {}, nullptr, Outlet::Pace::never_waits, SIZE_MAX),
-      session(accepted, answers, std::make_unique<CommandDialogue>(host, answers, answers, files))
+      session(accepted, answers, std::make_unique<ClientDialogue>(host, answers, files))
 {
 }
 

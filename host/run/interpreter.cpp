@@ -1,6 +1,7 @@
 #include "host/run/interpreter.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <unistd.h>
@@ -35,7 +36,7 @@ Call read_call(std::span<const std::string> words, const Names *names)
         try {
             call.arguments = command.grammar.read(arguments_of(command, words), names);
         } catch (const ScriptError &error) {
-            throw ScriptError(fmt::format("{}: {}\n  usage: {}", command.name, error.what(), usage(command)));
+            throw ScriptError(fmt::format("{}: {}", command.name, error.what()), usage(command));
         }
         if (command.run)
             return call;
@@ -43,7 +44,7 @@ Call read_call(std::span<const std::string> words, const Names *names)
         expected = call.arguments.number("STATUS");
         words = words.last(call.arguments.rest().size());
         if (words.empty())
-            throw ScriptError(fmt::format("{}: the command is missing\n  usage: {}", command.name, usage(command)));
+            throw ScriptError(fmt::format("{}: the command is missing", command.name), usage(command));
     }
 }
 
@@ -109,74 +110,104 @@ Verdict Interpreter::run_line(const std::string &line, const std::string &place)
     return *verdict;
 }
 
+std::string Answer::text() const
+{
+    return (expected == KY_STATUS_SUCCESS ? result.text : "refused as expected: " + status_text(expected)) +
+           result.outputs;
+}
+
+std::string Answer::complaint() const
+{
+    if (result.failed)
+        return result.text;
+    return fmt::format("answered {}, expected {}{}", status_text(result.status), status_text(expected), result.outputs);
+}
+
 std::optional<Verdict> Interpreter::begin(const std::string &line, const std::string &place)
 {
-    current_ = {{}, place, KY_STATUS_SUCCESS, nullptr};
-    return advance([this, &line]() -> Result {
-        current_.words = parse_line(line);
-        if (current_.words.empty())
-            return {};
+    place_ = place;
+    words_.clear();
+    try {
+        words_ = parse_line(line);
+        if (words_.empty())
+            return as_expected;
         if (host_.tracing)
             host_.write_log("> " + line);
-        const Call call = read_call(current_.words, &host_.names);
-        current_.expected = call.expected;
-        return call.command->run(host_, call.arguments);
-    });
+        return report(begin_command(words_));
+    } catch (const ScriptError &error) {
+        return refuse(error);
+    }
 }
 
 std::optional<Verdict> Interpreter::go_on()
 {
-    return advance(std::exchange(current_.rest, nullptr));
+    try {
+        return report(continue_command());
+    } catch (const ScriptError &error) {
+        return refuse(error);
+    }
 }
 
-/// Carries out a part of the current command, and judges the command when it was the last.
-std::optional<Verdict> Interpreter::advance(const std::function<Result()> &part)
+Verdict Interpreter::refuse(const ScriptError &error)
+{
+    output_.complain(fmt::format("{}: {}", place_, error.what()));
+    return wrong_script;
+}
+
+std::optional<Answer> Interpreter::begin_command(std::span<const std::string> words)
+{
+    const Call call = read_call(words, &host_.names);
+    current_ = {};
+    current_.expected = call.expected;
+    return advance([this, &call] { return call.command->run(host_, call.arguments); });
+}
+
+std::optional<Answer> Interpreter::continue_command()
+{
+    return advance(std::exchange(current_.result.rest, nullptr));
+}
+
+/// Carries out a part of the current command. @return the answer when it was the last
+std::optional<Answer> Interpreter::advance(const std::function<Result()> &part)
 {
     const Redirection to_giver(host_, output_, files_);
-    host_.log.errors.clear();
-    const std::size_t misuses = host_.device.violations.size();
-    Result result;
+    host_.log.lines.clear();
+    const auto &violations = host_.device.violations;
+    const auto before = static_cast<std::ptrdiff_t>(violations.size());
     try {
-        result = part();
-    } catch (const ScriptError &error) {
-        output_.complain(fmt::format("{}: {}", current_.place, error.what()));
-        return wrong_script;
+        current_.result = part();
+    } catch (const ScriptError &) {
+        throw;
     } catch (const std::exception &error) { // what the machine refused
-        result = {KY_STATUS_SUCCESS, error.what(), true};
+        current_.result = {KY_STATUS_SUCCESS, error.what(), true};
     }
-    std::optional<Verdict> verdict;
-    if (result.rest)
-        current_.rest = std::move(result.rest);
-    else
-        verdict = judge(result);
-    for (std::size_t i = misuses; i < host_.device.violations.size(); ++i) {
-        output_.complain(fmt::format("{}: the SDK was misused: {}", current_.place, host_.device.violations[i]));
+    std::ranges::move(host_.log.lines, std::back_inserter(current_.log));
+    current_.misuses.insert(current_.misuses.end(), violations.begin() + before, violations.end());
+    return is_busy() ? std::nullopt : std::optional(std::exchange(current_, {}));
+}
+
+/// Prints the answer to a line, unless its command goes on.
+std::optional<Verdict> Interpreter::report(const std::optional<Answer> &answer)
+{
+    if (!answer)
+        return std::nullopt;
+    Verdict verdict = as_expected;
+    if (answer->as_expected()) {
+        if (const std::string text = answer->text(); !text.empty())
+            output_.print(text + "\n");
+    } else {
+        std::string complaint = fmt::format("{}: {}\n  {}", place_, join(words_), answer->complaint());
+        for (const Log::Line &line : answer->log)
+            if (line.severity == KY_LOG_ERROR)
+                complaint += "\n  " + line.text();
+        output_.complain(complaint);
+        verdict = unexpected;
+    }
+    for (const std::string &misuse : answer->misuses) {
+        output_.complain(fmt::format("{}: the SDK was misused: {}", place_, misuse));
         verdict = unexpected;
     }
     return verdict;
-}
-
-Verdict Interpreter::judge(const Result &result)
-{
-    const ky_status_t expected = current_.expected;
-    if (result.status == expected && !result.failed) {
-        const std::string text =
-            expected == KY_STATUS_SUCCESS ? result.text : "refused as expected: " + status_text(expected);
-        if (!text.empty() || !result.outputs.empty())
-            output_.print(text + result.outputs + "\n");
-        return as_expected;
-    }
-
-    std::string complaint = fmt::format("{}: {}", current_.place, join(current_.words));
-    if (result.failed)
-        complaint += "\n  " + result.text;
-    else
-        complaint += fmt::format("\n  answered {}, expected {}{}", status_text(result.status), status_text(expected),
-                                 result.outputs);
-    for (const std::string &error : host_.log.errors)
-        complaint += "\n  " + error;
-    output_.complain(complaint);
-    return unexpected;
 }
 
 Verdict Interpreter::finish()

@@ -25,6 +25,21 @@ enum Verdict {
 /// are taken on trust.
 Verdict check_script(std::istream &script, const std::string &file);
 
+/// What became of one command.
+struct Answer {
+    Result result = {};
+    ky_status_t expected = KY_STATUS_SUCCESS;
+    std::vector<Log::Line> log = {};       ///< what the module logged
+    std::vector<std::string> misuses = {}; ///< of the SDK by the module, in words
+
+    /// Whether the command itself did what was expected, misuses aside.
+    bool as_expected() const { return result.status == expected && !result.failed; }
+    /// What was done, in words without a line end; empty: nothing to say. Only when it is as expected.
+    std::string text() const;
+    /// "answered 22 ENTRY_ALREADY_EXISTS, expected 0 SUCCESS", or why it failed. Only when it is not.
+    std::string complaint() const;
+};
+
 class Interpreter {
 public:
     /// @param output where answers and complaints go
@@ -46,28 +61,29 @@ public:
     /// go_on as long as there is no verdict.
     std::optional<Verdict> begin(const std::string &line, const std::string &place);
     std::optional<Verdict> go_on();
-    bool is_busy() const { return current_.rest != nullptr; }
+    bool is_busy() const { return current_.result.rest != nullptr; }
+
+    /// The same for one command that is given in words, without printing its result.
+    /// @param words at least one @throws ScriptError when the command is a wrong one, which has done nothing
+    /// @return nothing as long as the command is not carried out; then continue_command goes on
+    std::optional<Answer> begin_command(std::span<const std::string> words);
+    std::optional<Answer> continue_command();
 
     /// Stops the module if it is started, and reports memory that is still outstanding.
     Verdict finish();
 
 private:
-    /// The command that is being carried out.
-    struct Current {
-        Words words;
-        std::string place;
-        ky_status_t expected = KY_STATUS_SUCCESS;
-        std::function<Result()> rest; ///< empty: none is
-    };
-
-    std::optional<Verdict> advance(const std::function<Result()> &part);
-    Verdict judge(const Result &result);
+    std::optional<Answer> advance(const std::function<Result()> &part);
+    std::optional<Verdict> report(const std::optional<Answer> &answer);
+    Verdict refuse(const ScriptError &error);
 
     Host &host_;
     Output &output_;
     const Files &files_;
     bool keep_going_;
-    Current current_;
+    Answer current_; ///< so far; its result has a rest while a command is being carried out
+    Words words_;    ///< of the line that is being carried out
+    std::string place_;
 };
 
 } // namespace host

@@ -5,6 +5,7 @@
 #   c      a program: compiled as pkg-config says, and run
 #   sh     commands: run from the top of the source tree
 #   kyb    lines for kybridge-host: run, or only checked where they do not begin with start
+#   json, python            run by the tests of python/
 #   text, console, cmake    shown only
 set -euo pipefail
 source=$1 prefix=$2 libdir=$3
@@ -34,10 +35,10 @@ for block in "$work"/*.*.*; do
         only_check=
         [ "$(awk 'NF && $1 !~ /^#/ { print $1; exit }' "$block")" = start ] || only_check=--check
         kybridge-host $only_check "$block" ;;
-    *.text | *.console | *.cmake)
+    *.json | *.python | *.text | *.console | *.cmake)
         continue ;;
     *)
-        echo "a block without one of the words c, sh, kyb, text, console, cmake"
+        echo "a block without one of the words c, sh, kyb, json, python, text, console, cmake"
         false ;;
     esac >"$work/output" 2>&1 || {
         printf '%s:\n' "$name"

@@ -13,7 +13,7 @@ done
 rm -rf "$into"
 "$source/tools/packages" "$into" "$build"
 for package in libkybridge1 libkybridge-dev libkysdk1 libkysdk-dev libkybridge-doc kybridge-host libkyconform1 libkyconform-dev \
-    kybridge-conform libkybridge1-dbgsym; do
+    kybridge-conform python3-kybridge libkybridge1-dbgsym; do
     dpkg-deb -f "$into/$package"_*.deb Package Version Depends Multi-Arch
 done
 # The files that lintian forgets stay out of everybody's way.

@@ -42,6 +42,12 @@ kybridge-host --verbosity 0 "$script" >"$work/output" || {
     exit 1
 }
 
+# The first test in Python that README.md shows; pytest finds the plugin by itself.
+if /usr/bin/python3 -c 'import pytest, scapy' 2>"$work/python"; then
+    sed -n '/^```python$/,/^```$/{/^```/d;p}' "$(dirname "$script")/../README.md" >"$work/test_readme.py"
+    (cd "$work" && /usr/bin/python3 -m pytest -q -p no:cacheprovider test_readme.py)
+fi
+
 # Nothing tells where the files are.
 cat >"$work/version.c" <<'END'
 #include <kybridge/ky_bridge.h>
