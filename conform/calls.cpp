@@ -2,8 +2,6 @@
 
 #include <array>
 
-#include <dlfcn.h>
-
 #include <fmt/ranges.h>
 
 #include "conform/check.h"
@@ -50,13 +48,13 @@ template <typename Record> void expect_only_id_written(const Record &actual, con
 
 ky_status_t send_region(ky_acl_region_params_t &record)
 {
-    const auto service = KY_CONFORM_SYMBOL(acl_region_set);
+    const auto service = PROCESS_SYMBOL(acl_region_set);
     return with_record_at_edge(&record, 1, [=](ky_acl_region_params_t *region) { return service(region, 4, 0, 0); });
 }
 
 ky_status_t send_acl(ky_acl_params_t &record)
 {
-    return with_record_at_edge(&record, 1, KY_CONFORM_SYMBOL(acl_set));
+    return with_record_at_edge(&record, 1, PROCESS_SYMBOL(acl_set));
 }
 
 /// The part of a rule record that every rule has.
@@ -88,7 +86,7 @@ ky_acl_rules_params_t rule_to_write(std::uint32_t region, std::uint16_t offset, 
 
 ky_status_t send_rule(ky_acl_rules_params_t &record)
 {
-    return with_record_at_edge(&record, 1, KY_CONFORM_SYMBOL(acl_rules_set));
+    return with_record_at_edge(&record, 1, PROCESS_SYMBOL(acl_rules_set));
 }
 
 template <typename Service>
@@ -109,7 +107,7 @@ struct GroupRecord {
 
 ky_status_t send_group(GroupRecord &record)
 {
-    const auto service = KY_CONFORM_SYMBOL(acl_vlan_group_set);
+    const auto service = PROCESS_SYMBOL(acl_vlan_group_set);
     auto *const copy = static_cast<ky_acl_vlan_group_params_t *>(
         to_edge(&record, offsetof(GroupRecord, behind), alignof(GroupRecord)));
     const ky_status_t status = service(copy);
@@ -132,19 +130,6 @@ Answered read_number(const char *name, std::uint32_t of, Service service, Number
 std::span<const char *const> service_names()
 {
     return names;
-}
-
-void *find_symbol(const char *name)
-{
-    return dlsym(RTLD_DEFAULT, name);
-}
-
-void *need_symbol(const char *name)
-{
-    void *const symbol = find_symbol(name);
-    if (symbol == nullptr)
-        throw NotRun{fmt::format("{} is missing", name)};
-    return symbol;
 }
 
 Answered create_region(std::uint32_t size)
@@ -217,20 +202,20 @@ ky_status_t delete_rule(std::uint32_t region, std::uint16_t offset)
 ky_status_t bind_port(std::uint32_t acl, std::uint32_t direction, std::uint32_t port)
 {
     ky_acl_bind_params_t record = {KY_ACCESS_CMD_BIND, acl, direction, port};
-    return send_binding("acl_bind_port", "BIND", KY_CONFORM_SYMBOL(acl_bind_port), record);
+    return send_binding("acl_bind_port", "BIND", PROCESS_SYMBOL(acl_bind_port), record);
 }
 
 ky_status_t unbind_port(std::uint32_t acl, std::uint32_t direction, std::uint32_t port)
 {
     ky_acl_bind_params_t record = {KY_ACCESS_CMD_UNBIND, acl, direction, port};
-    return send_binding("acl_unbind_port", "UNBIND", KY_CONFORM_SYMBOL(acl_unbind_port), record);
+    return send_binding("acl_unbind_port", "UNBIND", PROCESS_SYMBOL(acl_unbind_port), record);
 }
 
 Answered read_binding(std::uint32_t direction, std::uint32_t port)
 {
     ky_acl_bind_params_t expected = {KY_ACCESS_CMD_GET, 0, direction, port};
     ky_acl_bind_params_t record = expected;
-    const ky_status_t status = send_binding("acl_bind_port_get", "GET", KY_CONFORM_SYMBOL(acl_bind_port_get), record);
+    const ky_status_t status = send_binding("acl_bind_port_get", "GET", PROCESS_SYMBOL(acl_bind_port_get), record);
     if (status == KY_STATUS_SUCCESS) { // the module sends the rest back with the unbinding
         expected.acl_id = record.acl_id;
         expect_only_id_written(record, expected);
@@ -263,7 +248,7 @@ ky_status_t set_vlans(ky_access_cmd_t cmd, std::uint32_t port, std::vector<ky_vl
             fmt::format("VLAN {} {}", entry.vlan, entry.mode == KY_EGRESS_MODE_TAGGED ? "tagged" : "untagged"));
     calling(fmt::format("vlan_port_multi_vlans_set({}, port 0x{:08X}, {}: {})",
                         cmd == KY_ACCESS_CMD_ADD ? "ADD" : "DELETE", port, entries.size(), fmt::join(texts, ", ")));
-    const auto service = KY_CONFORM_SYMBOL(vlan_port_multi_vlans_set);
+    const auto service = PROCESS_SYMBOL(vlan_port_multi_vlans_set);
     const auto count = static_cast<std::uint32_t>(entries.size());
     return with_record_at_edge(entries.data(), entries.size(),
                                [=](ky_vlan_entry_t *list) { return service(cmd, port, count, list); });
@@ -272,19 +257,19 @@ ky_status_t set_vlans(ky_access_cmd_t cmd, std::uint32_t port, std::vector<ky_vl
 bool is_router_port(std::uint32_t port)
 {
     calling(fmt::format("port_db_check_port_mode_router_port(0x{:08X})", port));
-    return KY_CONFORM_SYMBOL(port_db_check_port_mode_router_port)(port) == 0;
+    return PROCESS_SYMBOL(port_db_check_port_mode_router_port)(port) == 0;
 }
 
 Answered read_swid(std::uint32_t port)
 {
-    const auto service = KY_CONFORM_SYMBOL(port_swid_alloc_get);
+    const auto service = PROCESS_SYMBOL(port_swid_alloc_get);
     return read_number<std::uint8_t>("port_swid_alloc_get", port,
                                      [=](std::uint8_t *swid) { return service(KY_ACCESS_CMD_GET, port, swid); });
 }
 
 Answered read_lag_member(std::uint32_t port)
 {
-    const auto service = KY_CONFORM_SYMBOL(port_lag_member_state_get);
+    const auto service = PROCESS_SYMBOL(port_lag_member_state_get);
     return read_number<std::uint8_t>("port_lag_member_state_get", port, [=](std::uint8_t *is_member) {
         return service(KY_ACCESS_CMD_GET, port, is_member);
     });
@@ -292,14 +277,14 @@ Answered read_lag_member(std::uint32_t port)
 
 Answered read_mstp_mode(std::uint8_t swid)
 {
-    const auto service = KY_CONFORM_SYMBOL(mstp_mode_get);
+    const auto service = PROCESS_SYMBOL(mstp_mode_get);
     return read_number<std::uint32_t>("mstp_mode_get", swid,
                                       [=](std::uint32_t *mode) { return service(KY_ACCESS_CMD_GET, swid, mode); });
 }
 
 Answered read_rstp_state(std::uint32_t port)
 {
-    const auto service = KY_CONFORM_SYMBOL(rstp_port_state_get);
+    const auto service = PROCESS_SYMBOL(rstp_port_state_get);
     return read_number<std::uint32_t>("rstp_port_state_get", port,
                                       [=](std::uint32_t *state) { return service(KY_ACCESS_CMD_GET, port, state); });
 }
@@ -307,7 +292,7 @@ Answered read_rstp_state(std::uint32_t port)
 ky_status_t write_rstp_state(std::uint32_t port, std::uint32_t state)
 {
     calling(fmt::format("rstp_port_state_set(SET, port 0x{:08X}, {})", port, state));
-    const auto service = KY_CONFORM_SYMBOL(rstp_port_state_set);
+    const auto service = PROCESS_SYMBOL(rstp_port_state_set);
     return with_record_at_edge(&state, 1,
                                [=](std::uint32_t *address) { return service(KY_ACCESS_CMD_SET, port, address); });
 }
@@ -315,19 +300,19 @@ ky_status_t write_rstp_state(std::uint32_t port, std::uint32_t state)
 ky_status_t register_event(std::uint32_t event, ky_adviser_callback_t callback)
 {
     calling(fmt::format("adviser_register_event(1, {}, ...)", event));
-    return KY_CONFORM_SYMBOL(adviser_register_event)(1, event, callback);
+    return PROCESS_SYMBOL(adviser_register_event)(1, event, callback);
 }
 
 ky_status_t get_memory(void *&memory, std::uint32_t size)
 {
     calling(fmt::format("utils_clr_memory_get(..., 1, {}, {})", size, +KY_MEMORY_TAG_BRIDGE));
-    return KY_CONFORM_SYMBOL(utils_clr_memory_get)(&memory, 1, size, KY_MEMORY_TAG_BRIDGE);
+    return PROCESS_SYMBOL(utils_clr_memory_get)(&memory, 1, size, KY_MEMORY_TAG_BRIDGE);
 }
 
 ky_status_t put_memory(void *memory)
 {
     calling(fmt::format("utils_memory_put({}, {})", memory, +KY_MEMORY_TAG_BRIDGE));
-    return KY_CONFORM_SYMBOL(utils_memory_put)(memory, KY_MEMORY_TAG_BRIDGE);
+    return PROCESS_SYMBOL(utils_memory_put)(memory, KY_MEMORY_TAG_BRIDGE);
 }
 
 } // namespace conform

@@ -8,19 +8,13 @@
 #include <string_view>
 #include <vector>
 
+#include "conform/model/symbols.h"
 #include "kybridge/ky_sdk.h"
 
 namespace conform {
 
 /// Every symbol that the module needs of a process.
 std::span<const char *const> service_names();
-
-/// The address of a symbol of the process, the module and the libraries that were opened; NULL: there is none.
-void *find_symbol(const char *name);
-/// As find_symbol. @throws NotRun when there is none
-void *need_symbol(const char *name);
-/// A service of ky_sdk.h, under its own type.
-#define KY_CONFORM_SYMBOL(name) (*reinterpret_cast<decltype(&::name)>(conform::need_symbol(#name)))
 
 /// What a call answered, and the identifier that it wrote or was given.
 struct Answered {

@@ -139,7 +139,7 @@ std::string write_a_rule(const Settings &settings)
 
 std::string write_every_offset(const Settings &settings)
 {
-    const auto bridges = std::min<std::uint32_t>(KY_CONFORM_SYMBOL(rm_resource_global).max_bridges, KY_VLAN_ID_MAX);
+    const auto bridges = std::min<std::uint32_t>(PROCESS_SYMBOL(rm_resource_global).max_bridges, KY_VLAN_ID_MAX);
     const Acl in(ingress), out(egress, bridges);
     for (std::uint16_t offset = 1; offset <= region_size; ++offset)
         expect_status(write_rule(in.region.id, offset, settings.ports[0], offset, 1));

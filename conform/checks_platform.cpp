@@ -50,7 +50,7 @@ constexpr std::array symbol_rows = {
 
 std::string limit_on_bridges(const Settings & /*settings*/)
 {
-    const rm_resource_t &limits = KY_CONFORM_SYMBOL(rm_resource_global);
+    const rm_resource_t &limits = PROCESS_SYMBOL(rm_resource_global);
     calling("rm_resource_global.max_bridges, at byte 0");
     expect(limits.max_bridges != 0, "0", "the highest number of bridges, before ky_bridge_init");
     return fmt::format("{} bridges", limits.max_bridges);
@@ -58,7 +58,7 @@ std::string limit_on_bridges(const Settings & /*settings*/)
 
 std::string limit_on_ports(const Settings &settings)
 {
-    const rm_resource_t &limits = KY_CONFORM_SYMBOL(rm_resource_global);
+    const rm_resource_t &limits = PROCESS_SYMBOL(rm_resource_global);
     calling("rm_resource_global.max_log_ports, at byte 4");
     expect(limits.max_log_ports >= settings.ports.size(), fmt::format("{}", limits.max_log_ports),
            fmt::format("{} or more: so many ports were named", settings.ports.size()));
@@ -134,7 +134,7 @@ std::string raw_memory(const Settings & /*settings*/)
                                     {BRIDGE_DB_VLAN_REF_CNT_SIZE, 3, nullptr}}};
     for (Block &block : blocks) {
         calling(fmt::format("cl_malloc({})", block.size));
-        block.address = static_cast<std::uint8_t *>(KY_CONFORM_SYMBOL(cl_malloc)(block.size));
+        block.address = static_cast<std::uint8_t *>(PROCESS_SYMBOL(cl_malloc)(block.size));
         expect(block.address != nullptr, "NULL", "memory");
         expect_aligned(block.address);
         std::memset(block.address, block.fill, block.size);
@@ -147,7 +147,7 @@ std::string raw_memory(const Settings & /*settings*/)
     }
     for (const Block &block : blocks) {
         calling(fmt::format("cl_free({})", fmt::ptr(block.address)));
-        KY_CONFORM_SYMBOL(cl_free)(block.address);
+        PROCESS_SYMBOL(cl_free)(block.address);
     }
     return "";
 }
@@ -176,14 +176,14 @@ std::string log_severities(const Settings & /*settings*/)
 {
     for (const std::uint32_t severity : {KY_LOG_ERROR, KY_LOG_NOTICE, KY_LOG_DEBUG, KY_LOG_FUNCTION_TRACE}) {
         calling(fmt::format("ky_log({}, \"BRIDGE\", ...)", severity));
-        KY_CONFORM_SYMBOL(ky_log)(severity, "BRIDGE", "a line of severity %d\n", static_cast<int>(severity));
+        PROCESS_SYMBOL(ky_log)(severity, "BRIDGE", "a line of severity %d\n", static_cast<int>(severity));
     }
     return "";
 }
 
 std::string log_formats(const Settings & /*settings*/)
 {
-    auto &log = KY_CONFORM_SYMBOL(ky_log);
+    auto &log = PROCESS_SYMBOL(ky_log);
     const std::string long_text(300, 'x');
     calling("ky_log(63, \"BRIDGE\", \"%s[%d]- %s: %s: [\\n\", ...), with texts of 300 characters");
     log(KY_LOG_FUNCTION_TRACE, "BRIDGE", "%s[%d]- %s: %s: [\n", long_text.c_str(), 1, long_text.c_str(),

@@ -20,6 +20,7 @@
 
 #include "conform/check.h"
 #include "conform/edge.h"
+#include "conform/model/symbols.h"
 
 namespace conform {
 
@@ -108,6 +109,9 @@ private:
         shared->expected.write(finding.expected);
     } catch (const NotRun &reason) {
         shared->remark.write(reason.why);
+        shared->kind = Outcome::Kind::not_run;
+    } catch (const MissingSymbol &missing) {
+        shared->remark.write(missing.what());
         shared->kind = Outcome::Kind::not_run;
     } catch (const std::exception &error) {
         shared->answered.write(error.what());

@@ -1,20 +1,14 @@
-/// Whether the module's database agrees with itself and with what the stand-in's hardware holds.
+/// Whether the module's database agrees with what the stand-in's hardware holds.
 #ifndef KYBRIDGE_HOST_CONSISTENCY_H
 #define KYBRIDGE_HOST_CONSISTENCY_H
 
 #include <string>
 #include <vector>
 
-#include "bridge/db.h"
+#include "conform/model/database.h"
 #include "sdk/sdk.h"
 
 namespace consistency {
-
-/// Checks the database alone: every record in its pool or its map and nowhere else, every link returned,
-/// every offset held once, every count right. Holds whatever the SDK refused. `db` may be NULL or that of
-/// 802.1Q mode, of which nothing is asked.
-/// @return what does not hold, one sentence each; empty: all well
-std::vector<std::string> check_database(const bridge_db_t *db);
 
 /// Checks that what each virtual port holds stands in the hardware: its rules, whether or not they learn, its
 /// port's binding and memberships. Holds whatever the SDK refused.

@@ -104,6 +104,7 @@ ky_status_t acl_set(ky_acl_params_t *acl)
 
 ky_status_t acl_rules_set(ky_acl_rules_params_t *rules)
 {
+    static unsigned replaced;
     const uint32_t region = rules->region_id - 1;
     const bool sets = rules->cmd == KY_ACCESS_CMD_SET;
     if (broken("rule.write:behind-the-record") && rules[1].cmd == 0)
@@ -112,6 +113,11 @@ ky_status_t acl_rules_set(ky_acl_rules_params_t *rules)
         return KY_STATUS_PARAM_EXCEEDS_RANGE;
     if (sets && regions[region].rules[rules->offset - 1].valid && broken("rule.replace"))
         return KY_STATUS_ENTRY_ALREADY_EXISTS;
+    if (sets && rules->mask.log_port == 0 && regions[region].rules[rules->offset - 1].valid &&
+        broken("module.operations:egress-rule"))
+        return KY_STATUS_ENTRY_ALREADY_EXISTS; // where a bridge's learning mode changes
+    if (sets && regions[region].rules[rules->offset - 1].valid && ++replaced > 100 && broken("module.random:crash"))
+        abort();
     if (!sets && broken("rule.delete"))
         return KY_STATUS_CMD_UNSUPPORTED;
     return sound_acl_rules_set(rules);

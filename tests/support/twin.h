@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/model.h"
+#include "support/steps.h"
 
 namespace operations {
 

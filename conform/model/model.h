@@ -1,17 +1,18 @@
 /// What the module should hold and answer, worked out independently of it: a few maps, and one function that
 /// tells what an operation does to them.
-#ifndef KYBRIDGE_TESTS_SUPPORT_MODEL_H
-#define KYBRIDGE_TESTS_SUPPORT_MODEL_H
+#ifndef KYBRIDGE_CONFORM_MODEL_MODEL_H
+#define KYBRIDGE_CONFORM_MODEL_MODEL_H
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "bridge/db.h"
-#include "support/operations.h"
+#include "conform/model/operations.h"
 
 namespace operations {
 
@@ -58,8 +59,17 @@ std::string text(const State &state);
 /// What the module holds. @param db may be NULL
 State read_state(const bridge_db_t *db);
 
+/// What the model must be told of the SDK.
+struct Surroundings {
+    rm_resource_t limits;                                          ///< of the device
+    std::function<ky_status_t(std::uint32_t log_port)> check_port; ///< whether it may carry virtual ports: 0, 13 or 21
+    std::function<bool(std::uint8_t swid)> serves;                 ///< whether the SWID validation accepts it
+    std::array<std::uint32_t, 2> acls;                             ///< the module's ACLs, by direction
+    std::uint32_t next_group;                                      ///< VLAN group that is handed out next
+};
+
 /// What an operation should answer. @param[in,out] state as it should be before and after
-Answer predict(State &state, const Operation &operation);
+Answer predict(State &state, const Operation &operation, const Surroundings &sdk);
 
 } // namespace operations
 

@@ -1,14 +1,14 @@
 /// Calls into the module as data, so that enumerations, explored worlds, random runs and fuzzing share one
 /// way to make, carry out and write down an operation.
-#ifndef KYBRIDGE_TESTS_SUPPORT_OPERATIONS_H
-#define KYBRIDGE_TESTS_SUPPORT_OPERATIONS_H
+#ifndef KYBRIDGE_CONFORM_MODEL_OPERATIONS_H
+#define KYBRIDGE_CONFORM_MODEL_OPERATIONS_H
 
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "sdk/sdk.h"
+#include "kybridge/ky_bridge.h"
 
 namespace operations {
 
@@ -53,13 +53,6 @@ struct Operation {
     bool null = false;        ///< its pointer is NULL
 };
 
-/// An operation and the service calls in it that are to fail.
-struct Step {
-    Operation operation;
-    std::vector<unsigned> failing_calls = {}; ///< 1: the first that it makes
-    ky_status_t fault = 77;                   ///< what a failing call answers
-};
-
 struct Answer {
     ky_status_t status = KY_STATUS_SUCCESS;
     /// What a success brought through pointers; of a list its length, then the entries.
@@ -82,31 +75,18 @@ std::vector<Operation> every_operation(const Domain &domain);
 Domain border_domain();
 /// Makes a choice: a number below its argument.
 using Below = std::function<std::uint32_t(std::uint32_t)>;
-/// Any operation, in one of six with a fault planned, which about one of seventy reaches.
-Step any_step(const Domain &domain, const Below &below);
+/// Any operation that makes sense to a host: a start only where the module is stopped, and much that comes and little
+/// that goes.
+Operation any_operation(const Domain &domain, const Below &below);
 
-/// The stand-in as after power-on, with the domain's ports in SWID 0, and the module told of nobody. SWID 1
-/// is served and not in RSTP mode, every other SWID but 0 is not served.
-void power_on(const Domain &domain);
-
-/// Calls the module. So that what it does depends on the state alone, VLAN groups are handed out under their
-/// bridge's number, and regions and ACLs from 1 when there are none.
-Answer apply(const Operation &operation);
-/// Calls the module with the step's fault planned. @param[out] failed the calls that a planned fault answered
-Answer apply(const Step &step, std::vector<sdk::Call> &failed);
-
-/// Whether a rule of a direction is deleted by a call.
-bool deletes_rule(const sdk::Call &call, sdk::Direction direction);
-
-/// Leaves out of a failing sequence whatever can be left out, in ever smaller pieces: steps, then their faults.
-/// @param fails whether the last step still shows the failure
-std::vector<Step> shrink(std::vector<Step> steps, const std::function<bool(const std::vector<Step> &)> &fails);
+/// Delivers a port event to the module. @param event_type ky_adviser_event @param log_port the port
+/// @param swid of an announcement
+using Deliver = std::function<ky_status_t(std::uint32_t event_type, std::uint32_t log_port, std::uint8_t swid)>;
+/// Calls the module of the process.
+Answer carry_out(const Operation &operation, const Deliver &deliver);
 
 /// An operation as a command for kybridge-host.
 std::string text(const Operation &operation);
-/// The steps as a script for kybridge-host, after the lines that `power_on` stands for.
-std::string script(const Domain &domain, const std::vector<Step> &steps);
-
 } // namespace operations
 
 #endif

@@ -1,12 +1,12 @@
-#include "support/operations.h"
+#include "conform/model/operations.h"
 
 #include <array>
-#include <cstring>
 
 #include <fmt/args.h>
 #include <fmt/format.h>
 
 #include "bridge/db.h"
+#include "conform/model/symbols.h"
 
 namespace operations {
 
@@ -111,8 +111,9 @@ namespace {
 Kind any_kind(const Below &below)
 {
     const auto kind = static_cast<Kind>(below(kind_count));
-    if ((bridge_db == nullptr || bridge_db->sdk_mode == KY_BRIDGE_SDK_MODE_802_1Q) && below(4) != 0)
-        return bridge_db == nullptr ? Kind::start : Kind::stop;
+    const bridge_db_t *const db = PROCESS_SYMBOL(bridge_db);
+    if ((db == nullptr || db->sdk_mode == KY_BRIDGE_SDK_MODE_802_1Q) && below(4) != 0)
+        return db == nullptr ? Kind::start : Kind::stop;
     if (kind == Kind::stop && below(20) != 0)
         return Kind::create;
     if ((kind == Kind::clear || kind == Kind::remove_port) && below(8) != 0)
@@ -122,7 +123,7 @@ Kind any_kind(const Below &below)
     return kind;
 }
 
-Operation any_operation(const Domain &domain, const Below &below, Kind kind)
+Operation any_of_kind(const Domain &domain, const Below &below, Kind kind)
 {
     const auto one_of = [&below](const auto &list) {
         const auto size = static_cast<std::uint32_t>(list.size());
@@ -143,14 +144,6 @@ Operation any_operation(const Domain &domain, const Below &below, Kind kind)
     return operation;
 }
 
-ky_status_t deliver(std::uint32_t event_type, std::uint32_t log_port)
-{
-    ky_port_event_t event = {};
-    event.log_port = log_port;
-    event.swid = sdk::device().ports.ports[log_port].swid;
-    return sdk::device().adviser.deliver(event_type, event);
-}
-
 } // namespace
 
 std::vector<Operation> every_operation(const Domain &domain)
@@ -168,6 +161,11 @@ std::vector<Operation> every_operation(const Domain &domain)
                                 all.push_back({kind, bridge, port, vlan, value, flag != 0, null != 0});
     }
     return all;
+}
+
+Operation any_operation(const Domain &domain, const Below &below)
+{
+    return any_of_kind(domain, below, any_kind(below));
 }
 
 Domain border_domain()
@@ -192,35 +190,9 @@ Domain border_domain()
             .max_log_ports = 5};
 }
 
-Step any_step(const Domain &domain, const Below &below)
-{
-    Step step{any_operation(domain, below, any_kind(below))};
-    if (below(6) == 0) { // most operations make fewer calls than that
-        step.failing_calls = {1 + below(14)};
-        step.fault = below(2) == 0 ? 77 : 200; // statuses of another module
-    }
-    return step;
-}
-
-void power_on(const Domain &domain)
-{
-    sdk::Device &device = sdk::device();
-    device.faults.clear();
-    ky_bridge_deinit();
-    device.reset();
-    sdk::set_limits(64, domain.max_log_ports);
-    device.journal.keep(0);
-    device.bridge_port_set = ky_bridge_port_set;
-    device.bridge_swids = {0, 1};
-    device.mstp_modes[1] = KY_MSTP_MODE_RSTP + 1;
-    for (const std::uint32_t port : domain.ports)
-        device.ports.ports[port];
-    swid_validation_func_ptr = sdk_validate_swid;
-}
-
 namespace {
 
-Answer call(const Operation &operation)
+Answer call(const Operation &operation, const Deliver &deliver)
 {
     const auto bridge_id = static_cast<std::uint16_t>(operation.bridge);
     const auto vlan = static_cast<std::uint16_t>(operation.vlan);
@@ -233,156 +205,91 @@ Answer call(const Operation &operation)
     std::uint32_t *const pointer32 = operation.null ? nullptr : &number32;
     switch (operation.kind) { // members of the answers below are evaluated in their order
     case Kind::start: {
-        if (sdk::device().acl.acls.empty())
-            sdk::device().acl.next_region_id = sdk::device().acl.next_acl_id = 1;
         const ky_bridge_init_params_t params = {operation.value, {{operation.bridge, operation.vlan, operation.port}}};
-        return {ky_bridge_init(&params)};
+        return {PROCESS_SYMBOL(ky_bridge_init)(&params)};
     }
     case Kind::stop:
-        return {ky_bridge_deinit()};
+        return {PROCESS_SYMBOL(ky_bridge_deinit)()};
     case Kind::create:
-        return {ky_bridge_set(KY_ACCESS_CMD_CREATE, pointer16, flag), {number16}};
+        return {PROCESS_SYMBOL(ky_bridge_set)(KY_ACCESS_CMD_CREATE, pointer16, flag), {number16}};
     case Kind::destroy:
         number16 = bridge_id;
-        return {ky_bridge_set(KY_ACCESS_CMD_DESTROY, pointer16, flag)};
+        return {PROCESS_SYMBOL(ky_bridge_set)(KY_ACCESS_CMD_DESTROY, pointer16, flag)};
     case Kind::reference:
-        return {ky_bridge_ref_cnt_increase(bridge_id)};
+        return {PROCESS_SYMBOL(ky_bridge_ref_cnt_increase)(bridge_id)};
     case Kind::unreference:
-        return {ky_bridge_ref_cnt_decrease(bridge_id)};
+        return {PROCESS_SYMBOL(ky_bridge_ref_cnt_decrease)(bridge_id)};
     case Kind::add:
-        return {ky_bridge_port_set(KY_ACCESS_CMD_ADD, bridge_id, operation.port, vlan, operation.value, flag)};
+        return {PROCESS_SYMBOL(ky_bridge_port_set)(KY_ACCESS_CMD_ADD, bridge_id, operation.port, vlan, operation.value,
+                                                   flag)};
     case Kind::remove:
-        return {ky_bridge_port_set(KY_ACCESS_CMD_DELETE, bridge_id, operation.port, vlan, operation.value, flag)};
+        return {PROCESS_SYMBOL(ky_bridge_port_set)(KY_ACCESS_CMD_DELETE, bridge_id, operation.port, vlan,
+                                                   operation.value, flag)};
     case Kind::remove_port:
-        return {ky_bridge_port_set(KY_ACCESS_CMD_DELETE_PORT, 0, operation.port, 0, 0, 0)};
+        return {PROCESS_SYMBOL(ky_bridge_port_set)(KY_ACCESS_CMD_DELETE_PORT, 0, operation.port, 0, 0, 0)};
     case Kind::announce:
-        sdk::device().ports.ports[operation.port].swid = swid;
-        return {deliver(KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, operation.port)};
+        return {deliver(KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, operation.port, swid)};
     case Kind::withdraw:
-        return {deliver(KY_ADVISER_EVENT_PORT_DEL_FROM_SWID, operation.port)};
+        return {deliver(KY_ADVISER_EVENT_PORT_DEL_FROM_SWID, operation.port, swid)};
     case Kind::clear:
-        return {ky_bridge_clear_port(operation.port, flag)};
+        return {PROCESS_SYMBOL(ky_bridge_clear_port)(operation.port, flag)};
     case Kind::restore:
-        return {ky_bridge_clear_undo(operation.port, swid)};
+        return {PROCESS_SYMBOL(ky_bridge_clear_undo)(operation.port, swid)};
     case Kind::learn:
-        return {ky_bridge_set_learning_mode(bridge_id, operation.value, flag)};
+        return {PROCESS_SYMBOL(ky_bridge_set_learning_mode)(bridge_id, operation.value, flag)};
     case Kind::bind:
-        sdk::device().acl.next_vlan_group = bridge_id;
-        return {ky_bridge_int_vlan_group_set(KY_ACCESS_CMD_BIND, bridge_id, operation.value, pointer16), {number16}};
+        return {PROCESS_SYMBOL(ky_bridge_int_vlan_group_set)(KY_ACCESS_CMD_BIND, bridge_id, operation.value, pointer16),
+                {number16}};
     case Kind::unbind:
-        return {ky_bridge_int_vlan_group_set(KY_ACCESS_CMD_UNBIND, bridge_id, operation.value, nullptr)};
+        return {
+            PROCESS_SYMBOL(ky_bridge_int_vlan_group_set)(KY_ACCESS_CMD_UNBIND, bridge_id, operation.value, nullptr)};
     case Kind::port_list: {
         std::array<ky_bridge_port_t, 8> list = {};
         number32 = std::min<std::uint32_t>(operation.value, list.size());
-        Answer answer{ky_bridge_port_get(bridge_id, list.data(), pointer32, flag), {number32}};
+        Answer answer{PROCESS_SYMBOL(ky_bridge_port_get)(bridge_id, list.data(), pointer32, flag), {number32}};
         for (const ky_bridge_port_t &entry : list)
             if (entry.log_port != 0)
                 answer.values.insert(answer.values.end(), {entry.log_port, entry.vlan, entry.egress_mode});
         return answer;
     }
     case Kind::int_vlan:
-        return {ky_bridge_int_vlan_id_get(bridge_id, pointer16, flag), {number16}};
+        return {PROCESS_SYMBOL(ky_bridge_int_vlan_id_get)(bridge_id, pointer16, flag), {number16}};
     case Kind::int_vlan_list: {
         std::array<std::uint16_t, 8> list = {};
         number32 = std::min<std::uint32_t>(operation.value, list.size());
-        Answer answer{ky_bridge_int_vlan_list_get(operation.port, list.data(), pointer32), {number32}};
+        Answer answer{PROCESS_SYMBOL(ky_bridge_int_vlan_list_get)(operation.port, list.data(), pointer32), {number32}};
         for (const std::uint16_t vid : list)
             if (vid != 0)
                 answer.values.push_back(vid);
         return answer;
     }
     case Kind::int_vlan_owner:
-        return {ky_bridge_int_vlan_bridge_id_get(vlan, pointer16), {number16}};
+        return {PROCESS_SYMBOL(ky_bridge_int_vlan_bridge_id_get)(vlan, pointer16), {number16}};
     case Kind::member_state:
-        return {ky_bridge_log_port_member_state(0, operation.port)};
+        return {PROCESS_SYMBOL(ky_bridge_log_port_member_state)(0, operation.port)};
     case Kind::group:
-        return {ky_bridge_int_vlan_group_get(bridge_id, pointer16), {number16}};
+        return {PROCESS_SYMBOL(ky_bridge_int_vlan_group_get)(bridge_id, pointer16), {number16}};
     case Kind::port_acls:
-        return {ky_bridge_port_acl_binding_get(operation.port, pointer32, operation.null ? nullptr : &egress_acl),
+        return {PROCESS_SYMBOL(ky_bridge_port_acl_binding_get)(operation.port, pointer32,
+                                                               operation.null ? nullptr : &egress_acl),
                 {number32, egress_acl}};
     case Kind::learning:
-        return {ky_bridge_get_learning_mode(bridge_id, pointer32, flag), {number32}};
+        return {PROCESS_SYMBOL(ky_bridge_get_learning_mode)(bridge_id, pointer32, flag), {number32}};
     case Kind::mode:
-        return {ky_bridge_mode_get(pointer32), {number32}};
+        return {PROCESS_SYMBOL(ky_bridge_mode_get)(pointer32), {number32}};
     }
     return {};
 }
 
 } // namespace
 
-Answer apply(const Operation &operation)
+Answer carry_out(const Operation &operation, const Deliver &deliver)
 {
-    const bool can_answer = operation.kind == Kind::mode || (bridge_db != nullptr && !operation.null);
-    Answer answer = call(operation);
+    const bool can_answer = operation.kind == Kind::mode || (PROCESS_SYMBOL(bridge_db) != nullptr && !operation.null);
+    Answer answer = call(operation, deliver);
     if (!can_answer || answer.status != KY_STATUS_SUCCESS)
         answer.values.clear();
     return answer;
-}
-
-Answer apply(const Step &step, std::vector<sdk::Call> &failed)
-{
-    sdk::Device &device = sdk::device();
-    for (const unsigned call : step.failing_calls)
-        device.faults.fail_any(call, step.fault);
-    device.on_call = [&failed](const sdk::Call &call) {
-        if (call.planned)
-            failed.push_back(call);
-    };
-    Answer answer = apply(step.operation);
-    device.faults.clear();
-    device.on_call = nullptr;
-    return answer;
-}
-
-bool deletes_rule(const sdk::Call &call, sdk::Direction direction)
-{
-    if (call.service != sdk::Service::acl_rules_set)
-        return false;
-    ky_acl_rules_params_t sent;
-    std::memcpy(&sent, call.sent.data(), sizeof sent);
-    const auto &acls = sdk::device().acl.acls;
-    return sent.cmd == KY_ACCESS_CMD_DELETE && std::any_of(acls.begin(), acls.end(), [&](const auto &acl) {
-               return acl.second.region_id == sent.region_id && acl.second.direction == direction;
-           });
-}
-
-std::vector<Step> shrink(std::vector<Step> steps, const std::function<bool(const std::vector<Step> &)> &fails)
-{
-    for (std::size_t piece = std::max<std::size_t>(steps.size() / 2, 1); piece != 0; piece /= 2)
-        for (std::size_t at = 0; at + piece < steps.size();) {
-            std::vector<Step> shorter = steps;
-            const auto first = shorter.begin() + static_cast<std::ptrdiff_t>(at);
-            shorter.erase(first, first + static_cast<std::ptrdiff_t>(piece));
-            if (fails(shorter))
-                steps = std::move(shorter);
-            else
-                at += piece;
-        }
-    for (std::size_t at = 0; at < steps.size(); ++at)
-        for (std::size_t fault = steps[at].failing_calls.size(); fault-- != 0;) {
-            std::vector<Step> fewer = steps;
-            auto &calls = fewer[at].failing_calls;
-            calls.erase(calls.begin() + static_cast<std::ptrdiff_t>(fault));
-            if (fails(fewer))
-                steps = std::move(fewer);
-        }
-    return steps;
-}
-
-std::string script(const Domain &domain, const std::vector<Step> &steps)
-{
-    std::string lines =
-        fmt::format("limits bridges 64 ports {}\nswid serve 1\nswid mode 1 mstp\n", domain.max_log_ports);
-    for (const std::uint32_t port : domain.ports)
-        lines += fmt::format("port add {}\n", port);
-    for (const Step &step : steps) {
-        for (const unsigned call : step.failing_calls)
-            lines += fmt::format("fail any {} with {}\n", call, step.fault);
-        lines += text(step.operation) + "\n";
-        if (!step.failing_calls.empty())
-            lines += "faults clear\n";
-    }
-    return lines;
 }
 
 } // namespace operations

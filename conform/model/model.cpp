@@ -1,4 +1,4 @@
-#include "support/model.h"
+#include "conform/model/model.h"
 
 #include <algorithm>
 #include <cstring>
@@ -7,22 +7,15 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "conform/model/database.h"
+
 namespace operations {
 
 namespace {
 
 using Bridge = State::Bridge;
 using Port = State::Port;
-
-/// The ACL that the module's regions of a direction carry: the last one that was made.
-std::uint32_t acl_of(sdk::Direction direction)
-{
-    std::uint32_t found = 0;
-    for (const auto &[acl_id, acl] : sdk::device().acl.acls)
-        if (acl.direction == direction)
-            found = acl_id;
-    return found;
-}
+using consistency::for_each;
 
 Bridge *find_bridge(State &state, std::uint32_t bridge_id, bool internal)
 {
@@ -65,12 +58,12 @@ void detach_all(State &state, std::uint32_t port)
             detach(state, bridge, port);
 }
 
-ky_status_t start(State &state, const Operation &operation)
+ky_status_t start(State &state, const Operation &operation, const Surroundings &sdk)
 {
     if (operation.port == 1)
         return KY_STATUS_PARAM_ERROR;
     if (operation.value == KY_BRIDGE_SDK_MODE_802_1D) {
-        if (operation.bridge < 1 || operation.bridge > rm_resource_global.max_bridges || operation.vlan < 1 ||
+        if (operation.bridge < 1 || operation.bridge > sdk.limits.max_bridges || operation.vlan < 1 ||
             operation.vlan > KY_VIRTUAL_PORTS_MAX)
             return KY_STATUS_PARAM_EXCEEDS_RANGE;
         if (operation.port > 1)
@@ -126,18 +119,15 @@ ky_status_t reference(State &state, const Operation &operation, bool take)
 }
 
 /// What the checks before an ADD or DELETE say of the port and the numbers.
-ky_status_t check_request(const Operation &operation)
+ky_status_t check_request(const Operation &operation, const Surroundings &sdk)
 {
-    const sdk::Port *const port = sdk::device().ports.find(operation.port);
-    if (port == nullptr)
-        return KY_STATUS_ENTRY_NOT_FOUND;
-    if (port->router_port || !sdk::device().bridge_swids.contains(port->swid) || port->lag_member)
-        return KY_STATUS_PARAM_ERROR;
+    if (const ky_status_t status = sdk.check_port(operation.port))
+        return status;
     return operation.vlan > KY_VLAN_ID_MAX || operation.value > KY_EGRESS_MODE_UNTAGGED ? KY_STATUS_PARAM_EXCEEDS_RANGE
                                                                                         : KY_STATUS_SUCCESS;
 }
 
-ky_status_t add(State &state, const Operation &operation)
+ky_status_t add(State &state, const Operation &operation, const Surroundings &sdk)
 {
     Bridge *const bridge = find_bridge(state, operation.bridge, operation.flag);
     if (bridge == nullptr)
@@ -146,7 +136,7 @@ ky_status_t add(State &state, const Operation &operation)
         return KY_STATUS_PARAM_ERROR;
     if (find_attached(state, operation.port, operation.vlan) != nullptr)
         return KY_STATUS_ENTRY_ALREADY_EXISTS;
-    if (const ky_status_t status = check_request(operation))
+    if (const ky_status_t status = check_request(operation, sdk))
         return status;
     if (count_virtual_ports(state) == state.max_virtual_ports)
         return KY_STATUS_NO_RESOURCES;
@@ -160,12 +150,12 @@ ky_status_t add(State &state, const Operation &operation)
     return KY_STATUS_SUCCESS;
 }
 
-ky_status_t remove(State &state, const Operation &operation)
+ky_status_t remove(State &state, const Operation &operation, const Surroundings &sdk)
 {
     Bridge *const bridge = find_bridge(state, operation.bridge, operation.flag);
     if (bridge == nullptr)
         return KY_STATUS_ENTRY_NOT_FOUND;
-    if (const ky_status_t status = check_request(operation))
+    if (const ky_status_t status = check_request(operation, sdk))
         return status;
     if (find_attached(state, operation.port, operation.vlan) != bridge)
         return KY_STATUS_ENTRY_NOT_FOUND;
@@ -173,13 +163,13 @@ ky_status_t remove(State &state, const Operation &operation)
     return KY_STATUS_SUCCESS;
 }
 
-ky_status_t clear(State &state, const Operation &operation)
+ky_status_t clear(State &state, const Operation &operation, const Surroundings &sdk)
 {
     const auto port = state.ports.find(operation.port);
     if (port == state.ports.end())
         return KY_STATUS_SUCCESS;
     // A port that can carry no virtual ports any more keeps those that it has.
-    if (port->second.egress_uses != 0 && check_request(operation) != KY_STATUS_SUCCESS)
+    if (port->second.egress_uses != 0 && check_request(operation, sdk) != KY_STATUS_SUCCESS)
         return KY_STATUS_PARAM_ERROR;
     detach_all(state, operation.port);
     if (operation.flag)
@@ -187,17 +177,17 @@ ky_status_t clear(State &state, const Operation &operation)
     return KY_STATUS_SUCCESS;
 }
 
-ky_status_t announce(State &state, std::uint32_t port, std::uint32_t swid)
+ky_status_t announce(State &state, std::uint32_t port, std::uint32_t swid, const Surroundings &sdk)
 {
     if (state.ports.contains(port))
         return KY_STATUS_ENTRY_ALREADY_EXISTS;
-    if (state.ports.size() == rm_resource_global.max_log_ports)
+    if (state.ports.size() == sdk.limits.max_log_ports)
         return KY_STATUS_NO_RESOURCES;
     state.ports[port].swid = swid;
     return KY_STATUS_SUCCESS;
 }
 
-Answer bind(State &state, const Operation &operation)
+Answer bind(State &state, const Operation &operation, const Surroundings &sdk)
 {
     if (operation.null)
         return {KY_STATUS_PARAM_NULL};
@@ -209,7 +199,8 @@ Answer bind(State &state, const Operation &operation)
     if (bridge->bound.at(operation.value))
         return {KY_STATUS_RESOURCE_IN_USE};
     bridge->bound.at(operation.value) = true;
-    bridge->group = operation.bridge; // see apply()
+    if (bridge->group == KY_VLAN_GROUP_NONE)
+        bridge->group = sdk.next_group;
     return {KY_STATUS_SUCCESS, {bridge->group}};
 }
 
@@ -279,7 +270,7 @@ Answer int_vlan_list(const State &state, const Operation &operation)
 }
 
 /// As predict, of a module that has been started.
-Answer predict_started(State &state, const Operation &operation)
+Answer predict_started(State &state, const Operation &operation, const Surroundings &sdk)
 {
     const auto bridge = [&](bool internal) { return find_bridge(state, operation.bridge, internal); };
     switch (operation.kind) {
@@ -296,20 +287,20 @@ Answer predict_started(State &state, const Operation &operation)
     case Kind::unreference:
         return {reference(state, operation, operation.kind == Kind::reference)};
     case Kind::add:
-        return {add(state, operation)};
+        return {add(state, operation, sdk)};
     case Kind::remove:
-        return {remove(state, operation)};
+        return {remove(state, operation, sdk)};
     case Kind::remove_port:
     case Kind::clear:
-        return {clear(state, operation)};
+        return {clear(state, operation, sdk)};
     case Kind::announce:
-        return {state.is_1d() && sdk::device().bridge_swids.contains(static_cast<std::uint8_t>(operation.value))
-                    ? announce(state, operation.port, operation.value)
+        return {state.is_1d() && sdk.serves(static_cast<std::uint8_t>(operation.value))
+                    ? announce(state, operation.port, operation.value, sdk)
                     : ky_status_t{KY_STATUS_SUCCESS}};
     case Kind::withdraw:
         return {};
     case Kind::restore:
-        return {state.is_1d() ? announce(state, operation.port, static_cast<std::uint8_t>(operation.value))
+        return {state.is_1d() ? announce(state, operation.port, static_cast<std::uint8_t>(operation.value), sdk)
                               : ky_status_t{KY_STATUS_SUCCESS}};
     case Kind::learn:
         if (bridge(operation.flag) == nullptr)
@@ -317,7 +308,7 @@ Answer predict_started(State &state, const Operation &operation)
         bridge(operation.flag)->learning = operation.value;
         return {};
     case Kind::bind:
-        return bind(state, operation);
+        return bind(state, operation, sdk);
     case Kind::unbind:
         return {unbind(state, operation)};
     case Kind::port_list:
@@ -351,8 +342,8 @@ Answer predict_started(State &state, const Operation &operation)
         if (operation.null)
             return {KY_STATUS_SUCCESS};
         return {KY_STATUS_SUCCESS,
-                {acl_of(sdk::Direction::ingress),
-                 port->second.egress_uses == 0 ? std::uint32_t{KY_ACL_ID_NONE} : acl_of(sdk::Direction::egress)}};
+                {sdk.acls[KY_ACL_DIRECTION_INGRESS],
+                 port->second.egress_uses == 0 ? std::uint32_t{KY_ACL_ID_NONE} : sdk.acls[KY_ACL_DIRECTION_EGRESS]}};
     }
     case Kind::learning: {
         const Bridge *const found = bridge(operation.flag);
@@ -365,11 +356,11 @@ Answer predict_started(State &state, const Operation &operation)
 }
 
 /// As predict, of a module that has not been started: nothing is done, and few pointers are looked at.
-Answer predict_stopped(State &state, const Operation &operation)
+Answer predict_stopped(State &state, const Operation &operation, const Surroundings &sdk)
 {
     switch (operation.kind) {
     case Kind::start:
-        return {start(state, operation)};
+        return {start(state, operation, sdk)};
     case Kind::int_vlan_list:
     case Kind::learning:
         return {operation.null ? ky_status_t{KY_STATUS_PARAM_NULL} : ky_status_t{KY_STATUS_SUCCESS}};
@@ -378,13 +369,6 @@ Answer predict_stopped(State &state, const Operation &operation)
     default:
         return {};
     }
-}
-
-template <typename Record, cl_map_item_t Record::*Link, typename Visit>
-void for_each(const kybridge::Map<Record, Link> &map, Visit visit)
-{
-    for (const Record *record = map.first(); record != nullptr; record = map.next(record))
-        visit(*record);
 }
 
 /// Numbers of the first free records of a pool, next first.
@@ -466,9 +450,9 @@ State read_state(const bridge_db_t *db)
     return state;
 }
 
-Answer predict(State &state, const Operation &operation)
+Answer predict(State &state, const Operation &operation, const Surroundings &sdk)
 {
-    return state.mode ? predict_started(state, operation) : predict_stopped(state, operation);
+    return state.mode ? predict_started(state, operation, sdk) : predict_stopped(state, operation, sdk);
 }
 
 } // namespace operations
