@@ -6,6 +6,7 @@
 #                                         # exit STATUS          else 0
 #                                         # options OPTION...
 #                                     With EXPECT=write the expected output is written anew; see tools/expect.
+#   host_test.sh HOST document FILE      the document shows the calls of tests/scripts/order-of-calls.kyb as they come out
 #   host_test.sh HOST command_line OTHER_LIBRARY
 set -u
 host=$1
@@ -49,6 +50,12 @@ script)
         echo "if this is as it should be, tools/expect $3 writes it down"
         exit 1
     fi
+    ;;
+document)
+    run 0 --verbosity 0 --trace tests/scripts/order-of-calls.kyb
+    grep -E '^(> | *SDK )' "$work/out" | sed 's/^\( *\)SDK /\1    /' >"$work/calls"
+    sed -n '/^## The order of calls/,/^## [^T]/p' "$3" | sed -n '/^```text/,/^```/p' | grep -v '^```' |
+        diff -u - "$work/calls" || { echo "$3 shows other calls"; exit 1; }
     ;;
 command_line)
     # Help gives an example of every command, and each of them is a right line.

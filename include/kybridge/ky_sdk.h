@@ -242,7 +242,7 @@ typedef ky_status_t (*ky_adviser_callback_t)(uint32_t event_type, const ky_port_
 /// @param arg always 1 @param event_type ky_adviser_event @param callback called with each such event
 KY_SDK_API ky_status_t adviser_register_event(uint32_t arg, uint32_t event_type, ky_adviser_callback_t callback);
 
-enum { KY_MEMORY_TAG_BRIDGE = 8 }; ///< under which the module's database is accounted
+enum { KY_MEMORY_TAG_BRIDGE = 8 }; ///< under which the record of the module's database is accounted
 
 /// Obtains zero-filled memory. @param[out] memory its address, written only on success
 /// @param count records @param size bytes of one record @param tag accounting tag
@@ -253,7 +253,7 @@ KY_SDK_API ky_status_t utils_memory_put(void *memory, uint32_t tag);
 /// Severities of the SDK log.
 enum ky_log_severity { KY_LOG_ERROR = 1, KY_LOG_NOTICE = 7, KY_LOG_DEBUG = 31, KY_LOG_FUNCTION_TRACE = 63 };
 
-/// Writes a line to the SDK log; the line end is part of the message.
+/// Writes a text to the SDK log; its line end is part of the message, which one of them lacks.
 /// @param severity ky_log_severity @param module name of the calling module @param format as printf's
 KY_SDK_API void ky_log(uint32_t severity, const char *module, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
