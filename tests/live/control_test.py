@@ -4,6 +4,7 @@
     control_test.py HOST [CASE...]
 """
 import contextlib
+import json
 import os
 import re
 import signal
@@ -185,6 +186,22 @@ def needs_little_and_gives_little(start):
             switch.stop()
 
 
+def programs_beside_people(start):
+    """A client that begins with a brace is answered in JSON, while another gets text; neither makes files."""
+    switch = start(untagged_bridge("a", "b"))
+    frame = "ffffffffffff02000000000a0800" + "00" * 46
+    requests = [{"hello": 1}, {"do": "show vports", "id": 7}, {"do": "bogus"}, {"do": "draw x.dot"},
+                {"send": [{"port": "a", "frame": frame}] * 120}]
+    with switch.connect() as program, switch.connect() as person:
+        answers = all_answers(program, "".join(json.dumps(request) + "\n" for request in requests).encode())
+        hello, vports, bogus, drawing, sent = map(json.loads, answers.splitlines())
+        assert hello["protocol"] == 1 and vports["id"] == 7, answers
+        assert [row["PORT"] for row in vports["screens"][0]["rows"]] == ["a", "b"], vports
+        assert bogus["error"]["kind"] == "command" and drawing["error"]["kind"] == "failed", answers
+        assert [one["sent"] for one in sent["frames"]] == [[{"port": "b", "frame": frame}]] * 120, sent
+        assert all_answers(person, b"say hello") == b"hello\n"
+
+
 if __name__ == "__main__":
-    sys.exit(main([gone_and_deaf_clients, clients_side_by_side, one_socket_one_host, output_that_is_lost,
+    sys.exit(main([programs_beside_people, gone_and_deaf_clients, clients_side_by_side, one_socket_one_host, output_that_is_lost,
                    frames_are_not_held_up, needs_little_and_gives_little]))
