@@ -4,7 +4,8 @@
 #   libkybridge.so.1.abi   what the library exports: every symbol with its version, every signature
 #   services.abi           what the public headers fix: every record, every number, every service's signature
 #
-# The library must bring debug information of gcc: clang's reads differently.
+# The library must bring debug information of gcc: clang's reads differently. CC is the gcc that built it, where that is
+# one for another processor.
 set -euo pipefail
 export LC_ALL=C
 library=$1 into=$2
@@ -30,6 +31,6 @@ describe libkybridge.so.1.abi --drop-private-types --exported-interfaces-only --
     echo '#include <kybridge/ky_bridge.h>'
     sed 's/.*/__typeof__(\&&) service_&;/' "$top/tests/checks/services.txt"
 } >"$work/services.c"
-(cd "$work" && gcc -std=gnu11 -ffreestanding -g -fno-eliminate-unused-debug-types -fPIC -shared -nostdlib \
+(cd "$work" && "${CC:-gcc}" -std=gnu11 -ffreestanding -g -fno-eliminate-unused-debug-types -fPIC -shared -nostdlib \
     -I"$top/include" services.c -o services.so)
 describe services.abi --load-all-types "$work/services.so"

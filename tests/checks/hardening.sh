@@ -27,9 +27,9 @@ for file; do
     case $segments in
     *X86-64*)
         expect "$file" "the mark of a shadow stack" 'SHSTK' "$(readelf -nW "$file")"
-        expect "$file" "marks for indirect jumps" 'endbr64' "$(objdump -d --no-show-raw-insn "$file")"
+        expect "$file" "marks for indirect jumps" 'endbr64' "$("${OBJDUMP:-objdump}" -d --no-show-raw-insn "$file")"
         ;;
-    *AArch64*) expect "$file" "marks for indirect jumps" '\b(bti|paciasp)\b' "$(objdump -d --no-show-raw-insn "$file")" ;;
+    *AArch64*) expect "$file" "marks for indirect jumps" '\b(bti|paciasp)\b' "$("${OBJDUMP:-objdump}" -d --no-show-raw-insn "$file")" ;;
     esac
 done
 # The library hands no buffer to libc, so only the others have functions of libc that check sizes.
