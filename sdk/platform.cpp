@@ -1,6 +1,7 @@
 // The resource manager's limits, the memory utility, raw memory, the event adviser and the log.
 #include "sdk/recorder.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -86,14 +87,12 @@ ky_status_t adviser_register_event(uint32_t arg, uint32_t event_type, ky_adviser
         if (!callback) {
             return call.refuse(KY_STATUS_PARAM_NULL, "the callback is NULL");
         }
-        auto &callbacks = device().adviser.callbacks;
-        const auto [first, last] = callbacks.equal_range(event_type);
-        for (auto known = first; known != last; ++known) {
-            if (known->second == callback) {
-                return KY_STATUS_SUCCESS;
-            }
+        sdk::Adviser &adviser = device().adviser;
+        const auto [first, last] = adviser.callbacks.equal_range(event_type);
+        const bool known = std::any_of(first, last, [=](const auto &entry) { return entry.second == callback; });
+        if (!known || adviser.strict) {
+            adviser.callbacks.emplace(event_type, callback);
         }
-        callbacks.emplace(event_type, callback);
         return KY_STATUS_SUCCESS;
     });
 }

@@ -289,7 +289,8 @@ struct Memory {
 
 class Adviser {
 public:
-    std::multimap<std::uint32_t, ky_adviser_callback_t> callbacks; ///< by event; one callback is kept once an event
+    std::multimap<std::uint32_t, ky_adviser_callback_t> callbacks; ///< by event, in the order of registration
+    bool strict = false; ///< keeps every registration, so that an event comes twice after a restart; else each once
 
     /// Delivers an event to every callback registered for it.
     /// @return the first status that is not 0, else 0; 0 when nobody registered

@@ -55,6 +55,13 @@ Result swid_validation(Host &host, const Arguments &arguments)
     return {KY_STATUS_SUCCESS, fmt::format("validation of SWIDs {}", arguments.text("SWITCH"))};
 }
 
+Result strict(Host &host, const Arguments &arguments)
+{
+    host.device.adviser.strict = arguments.number("SWITCH") != 0;
+    return {KY_STATUS_SUCCESS, host.device.adviser.strict ? "the adviser keeps every registration"
+                                                          : "the adviser keeps each registration once"};
+}
+
 Result acl_bind(Host &host, const Arguments &arguments)
 {
     const std::uint32_t log_port = arguments.number("PORT");
@@ -113,6 +120,10 @@ CommandGroup sdk_commands()
             {"swid ignore", "SWID", "Lets bridges no longer serve a switch partition", "swid ignore 1", swid_ignore},
             {"swid mode", "SWID STP", "Sets the spanning-tree mode of a switch partition; it is rstp at first",
              "swid mode 1 mstp", swid_mode},
+            {"strict", "SWITCH",
+             "Whether the stand-in's adviser keeps every registration, as one may that does not compare them: after a "
+             "restart each event is delivered twice then",
+             "strict on", strict},
             {"swid validation", "SWITCH",
              "Installs the function that tells the module which SWIDs bridges serve, or none", "swid validation off",
              swid_validation},
