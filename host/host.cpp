@@ -8,6 +8,26 @@
 
 namespace host {
 
+namespace {
+
+bool only_asks(sdk::Service service)
+{
+    switch (service) {
+    case sdk::Service::acl_bind_port_get:
+    case sdk::Service::port_db_check_port_mode_router_port:
+    case sdk::Service::port_swid_alloc_get:
+    case sdk::Service::port_lag_member_state_get:
+    case sdk::Service::swid_validation:
+    case sdk::Service::mstp_mode_get:
+    case sdk::Service::rstp_port_state_get:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
 std::string_view severity_name(std::uint32_t severity)
 {
     switch (severity) {
@@ -58,14 +78,15 @@ sim::PortNames Host::port_names() const
     return [this](std::uint32_t log_port) { return names.port(log_port); };
 }
 
-void Host::trace(bool on)
+void Host::trace(Tracing what)
 {
-    tracing = on;
-    log.places = !on;
+    tracing = what;
+    log.places = what == Tracing::off;
     device.on_call = nullptr;
-    if (on)
+    if (what != Tracing::off)
         device.on_call = [this](const sdk::Call &call) {
-            write_log(std::string(std::size_t{2} * call.depth, ' ') + "SDK " + names.in(describe(call)));
+            if (tracing == Tracing::on || call.planned || !only_asks(call.service))
+                write_log(std::string(std::size_t{2} * call.depth, ' ') + "SDK " + names.in(describe(call)));
         };
 }
 

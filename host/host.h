@@ -42,6 +42,13 @@ struct Log {
 /// "error", "notice", "debug" or "trace". @param severity ky_log_severity
 std::string_view severity_name(std::uint32_t severity);
 
+/// What a transcript shows of the calls into the SDK.
+enum class Tracing : std::uint8_t {
+    off,
+    on,     ///< every call
+    changes ///< not those that only ask, unless a planned fault answers them
+};
+
 /// The loaded module, the device under it, and what scripts have named and remembered.
 struct Host {
     Module module;
@@ -55,8 +62,8 @@ struct Host {
     Output *output = nullptr;     ///< where the current command's answers and complaints go
     const Files *files = nullptr; ///< that the current command may read and make
     bool json = false;            ///< screens come out as JSON
-    bool tracing = false;         ///< the log shows each command and the calls that it comes to
-    bool quitting = false;        ///< no further command is wanted
+    Tracing tracing = Tracing::off;
+    bool quitting = false; ///< no further command is wanted
 
     sim::Switch software_switch = sim::Switch();
     std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that was sent by hand
@@ -73,7 +80,7 @@ struct Host {
 
     /// Turns a transcript on or off: each command as it was written, then the module's log and its calls into the
     /// SDK in their order, without line numbers, so that two runs can be compared.
-    void trace(bool on);
+    void trace(Tracing what);
 };
 
 /// What a command did.

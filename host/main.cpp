@@ -142,7 +142,7 @@ int run(const Options &options)
         host.log.outlet = &*log;
     }
     host.json = options.json;
-    host.trace(options.trace);
+    host.trace(options.trace ? host::Tracing::on : host::Tracing::off);
     host.device.log = [&host](const sdk::LogLine &line) { host.write_log(line); };
     host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
 
@@ -152,7 +152,7 @@ int run(const Options &options)
     Interpreter interpreter(host, output, files, options.keep_going);
     const Verdict verdict = run_files(host, interpreter, files, options);
     host.device.log = nullptr;
-    host.trace(false);
+    host.trace(host::Tracing::off);
     bool lost = false;
     for (host::Outlet *outlet : {host.log.outlet, &host.out, &host.err}) {
         outlet->finish();

@@ -142,6 +142,7 @@ void *cl_malloc(size_t size)
         if (!block) {
             return KY_STATUS_NO_MEMORY;
         }
+        std::memset(block, 0xA5, size); // as memory comes: with something in it
         device().memory.raw_outstanding[block] = size;
         return KY_STATUS_SUCCESS;
     });

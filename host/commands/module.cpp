@@ -68,8 +68,8 @@ Result verbosity(Host &host, const Arguments &arguments)
 
 Result trace(Host &host, const Arguments &arguments)
 {
-    host.trace(arguments.number("SWITCH") != 0);
-    return {KY_STATUS_SUCCESS, fmt::format("trace {}", arguments.text("SWITCH"))};
+    host.trace(static_cast<Tracing>(arguments.number("TRACE")));
+    return {KY_STATUS_SUCCESS, fmt::format("trace {}", arguments.text("TRACE"))};
 }
 
 Result limits(Host &, const Arguments &arguments)
@@ -91,9 +91,9 @@ CommandGroup module_commands()
                 {"stop", "", "Stops the module and tells what it has left in the hardware", "stop", stop},
                 {"verbosity", "VERBOSITY", "Sets what the module logs; each level includes those before it",
                  "verbosity debug", verbosity},
-                {"trace", "SWITCH",
-                 "Shows, with the log, each command and the calls into the SDK that it comes to; lines of the log then "
-                 "come without line numbers",
+                {"trace", "TRACE",
+                 "Shows, with the log, each command and the calls into the SDK that it comes to, or only those that "
+                 "change something; lines of the log then come without line numbers",
                  "trace on", trace},
                 {"limits", "bridges N ports N", "Sets the limits of the device that a start is checked against",
                  "limits bridges 4 ports 16", limits},

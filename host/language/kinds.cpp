@@ -52,6 +52,7 @@ const Kind &kind(std::string_view name)
         {"STATE", "RSTP state", words, 0, rstp_names()},
         {"KIND", "kind of port", number, UINT32_MAX, port_kind_names()},
         {"SWITCH", "setting", words, 0, {{"on", 1}, {"off", 0}}},
+        {"TRACE", "calls to show", words, 0, {{"off", 0}, {"on", 1}, {"changes", 2}}},
         {"LINK", "state of a link", words, 0, {{"up", 1}, {"down", 0}}},
         {"VERBOSITY", "verbosity", number, UINT32_MAX, verbosity_names()},
         {"STATUS", "status", number, UINT32_MAX, status_names()},

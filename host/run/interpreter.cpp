@@ -131,7 +131,7 @@ std::optional<Verdict> Interpreter::begin(const std::string &line, const std::st
         words_ = parse_line(line);
         if (words_.empty())
             return as_expected;
-        if (host_.tracing)
+        if (host_.tracing != Tracing::off)
             host_.write_log("> " + line);
         return report(begin_command(words_));
     } catch (const ScriptError &error) {

@@ -25,29 +25,17 @@ void ModuleTest::TearDown()
 
 ky_status_t ModuleTest::start(std::uint32_t bridges, std::uint32_t virtual_ports)
 {
-    return start_mode(KY_BRIDGE_SDK_MODE_802_1D, bridges, virtual_ports);
-}
-
-ky_status_t ModuleTest::start_mode(std::uint32_t mode, std::uint32_t bridges, std::uint32_t virtual_ports,
-                                   std::uint32_t multiple_vlan)
-{
-    const ky_bridge_init_params_t params = {mode, {{bridges, virtual_ports, multiple_vlan}}};
+    const ky_bridge_init_params_t params = {KY_BRIDGE_SDK_MODE_802_1D, {{bridges, virtual_ports, 0}}};
     return ky_bridge_init(&params);
 }
 
 ky_status_t ModuleTest::announce(std::uint32_t log_port, std::uint8_t swid)
 {
     sdk::device().ports.ports[log_port].swid = swid;
-    return deliver(KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, log_port, swid);
-}
-
-ky_status_t ModuleTest::deliver(std::uint32_t event, std::uint32_t log_port, std::uint8_t swid, std::uint32_t kind)
-{
-    ky_port_event_t record = {};
-    record.log_port = log_port;
-    record.swid = swid;
-    record.port_kind = kind;
-    return sdk::device().adviser.deliver(event, record);
+    ky_port_event_t event = {};
+    event.log_port = log_port;
+    event.swid = swid;
+    return sdk::device().adviser.deliver(KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, event);
 }
 
 std::uint16_t ModuleTest::create_bridge(std::uint32_t is_internal)
@@ -86,34 +74,6 @@ std::vector<std::string> ModuleTest::take_lines()
         lines.push_back(names.at(line.severity) + std::regex_replace(line.text, position, ""));
     log.clear();
     return lines;
-}
-
-std::vector<std::string> ModuleTest::take_log()
-{
-    const std::string_view error = "error: ";
-    std::vector<std::string> lines = take_lines();
-    for (std::string &line : lines)
-        if (line.starts_with(error))
-            line.erase(0, error.size());
-    return lines;
-}
-
-std::vector<std::string> ModuleTest::take_calls()
-{
-    std::vector<std::string> texts;
-    for (const sdk::Call &call : sdk::device().journal.calls())
-        texts.push_back(describe(call));
-    sdk::device().journal.clear();
-    return texts;
-}
-
-std::string ModuleTest::take_services()
-{
-    std::string names;
-    for (const sdk::Call &call : sdk::device().journal.calls())
-        names += (names.empty() ? "" : " ") + std::string(name(call.service));
-    sdk::device().journal.clear();
-    return names;
 }
 
 void ModuleTest::forget()

@@ -18,7 +18,6 @@ class ModuleTest : public testing::Test {
 protected:
     static constexpr std::uint32_t port_a = 0x10001;
     static constexpr std::uint32_t port_b = 0x10002;
-    static constexpr std::uint32_t port_c = 0x10003;
 
     ModuleTest();
     /// Stops the module if it still runs, then checks that no memory is outstanding and that the stand-in
@@ -27,13 +26,9 @@ protected:
 
     /// Starts the module in 802.1D mode. @return the status
     static ky_status_t start(std::uint32_t bridges = 8, std::uint32_t virtual_ports = 16);
-    static ky_status_t start_mode(std::uint32_t mode, std::uint32_t bridges, std::uint32_t virtual_ports,
-                                  std::uint32_t multiple_vlan = 0);
 
     /// Makes a port known to the port module and announces it to the module. @return the event's status
     static ky_status_t announce(std::uint32_t log_port, std::uint8_t swid = 0);
-    static ky_status_t deliver(std::uint32_t event, std::uint32_t log_port, std::uint8_t swid = 0,
-                               std::uint32_t kind = 0);
 
     /// Creates a bridge. @return its identifier; a failure fails the test
     static std::uint16_t create_bridge(std::uint32_t is_internal = 0);
@@ -43,19 +38,9 @@ protected:
     static ky_status_t remove(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan,
                               std::uint32_t egress_mode = 0, std::uint32_t is_internal = 0);
 
-    /// Records of the database; nullptr: there is none.
-    static bridge_db_bridge_t *bridge_record(std::uint16_t bridge_id) { return bridge_db->bridge_map.find(bridge_id); }
-    static bridge_db_log_port_t *port_record(std::uint32_t log_port) { return bridge_db->log_port_map.find(log_port); }
-
     /// Lines of the log since the last call, each after its severity ("error: ", "notice: ", "debug: " or
     /// "trace: "), as they were written; debug and trace lines without file and line number. Forgets them.
     std::vector<std::string> take_lines();
-    /// As take_lines, errors without their "error: ".
-    std::vector<std::string> take_log();
-    /// The calls since the last time, described; forgets them.
-    static std::vector<std::string> take_calls();
-    /// Only the names of the services called, joined by blanks; forgets them.
-    static std::string take_services();
     /// Forgets log and calls so far.
     void forget();
 
