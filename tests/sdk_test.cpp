@@ -269,21 +269,7 @@ TEST_F(Sdk, AccountsMemory)
     EXPECT_EQ(device().violations.size(), 3U);
 }
 
-// ---- Planned faults, journal, snapshot ------------------------------------------------------------
-
-TEST_F(Sdk, FailsTheNthCallOfAService)
-{
-    const std::string before = device().snapshot();
-    EXPECT_TRUE(device().faults.fail(Service::acl_rules_set, 2, 200));
-    sdk_validate_swid(0); // another service does not count
-    EXPECT_EQ(call(written_rule(ingress_region, 3)), 0U);
-    EXPECT_EQ(call(written_rule(9, 9)), 200U); // not looked at
-    EXPECT_EQ(call(written_rule(ingress_region, 3)), 0U);
-    EXPECT_EQ(device().snapshot(), before);
-    EXPECT_EQ(device().violations, std::vector<std::string>{});
-    EXPECT_TRUE(device().journal.find(15)->planned);
-    EXPECT_FALSE(device().journal.find(16)->planned);
-}
+// ---- Journal ------------------------------------------------------------
 
 TEST_F(Sdk, JournalsTheBytesOfARecord)
 {
@@ -310,32 +296,6 @@ TEST_F(Sdk, KeepsAsManyCallsAsAsked)
     EXPECT_EQ(calls[0].depth, 0U);
     EXPECT_EQ(calls[1].number, 14U); // a call within a call comes behind it
     EXPECT_EQ(calls[1].depth, 1U);
-}
-
-TEST_F(Sdk, SnapshotTellsHardwareApart)
-{
-    const std::string before = device().snapshot(), loosely = device().snapshot(false);
-    EXPECT_EQ(before, "ACL 1: ingress on region 1\n"
-                      "ACL 2: egress on region 2\n"
-                      "RSTP state of port 0x00010001: forwarding\n"
-                      "RSTP state of port 0x00010002: forwarding\n"
-                      "VLAN group 1: 7\n"
-                      "binding of port 0x00010001 egress: ACL 2\n"
-                      "binding of port 0x00010001 ingress: ACL 1\n"
-                      "region 1: size 4\n"
-                      "region 2: size 4\n"
-                      "region 3: size 4\n"
-                      "rule in region 1 offset 3: port 0x00010001 vlan 100 -> vlan 7, don't learn\n"
-                      "rule in region 2 offset 1: any port vlan 100 -> vlan 7, don't learn\n"
-                      "vlan 100: port 0x00010001 tagged\n");
-    call(erased_rule(ingress_region, 3));
-    EXPECT_NE(device().snapshot(false), loosely);
-    call(written_rule(ingress_region, 2));
-    EXPECT_NE(device().snapshot(), before);
-    EXPECT_EQ(device().snapshot(false), loosely);
-    call(erased_rule(ingress_region, 2));
-    call(written_rule(ingress_region, 3));
-    EXPECT_EQ(device().snapshot(), before); // whatever the calls' numbers
 }
 
 } // namespace
