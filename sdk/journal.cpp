@@ -31,7 +31,7 @@ constexpr std::array<std::string_view, service_count> service_names = {
     "cl_malloc",
     "cl_free",
 };
-static_assert(static_cast<unsigned>(Service::cl_free) == service_count - 1 && service_names.back() == "cl_free");
+static_assert(service_names.back() == "cl_free");
 
 } // namespace
 

@@ -51,7 +51,7 @@ enum class Service : unsigned {
     cl_malloc, ///< a planned fault makes it return NULL, whatever the status
     cl_free,   ///< cannot fail
 };
-inline constexpr std::size_t service_count = 21;
+inline constexpr std::size_t service_count = static_cast<std::size_t>(Service::cl_free) + 1;
 
 /// The symbol's name, for example "acl_rules_set".
 std::string_view name(Service service);

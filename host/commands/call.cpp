@@ -114,10 +114,11 @@ Command call(const std::string &name, ky_status_t (*Module::*function)(Parameter
             }};
 }
 
-/// The one function that takes a record.
-Command call_init()
+/// The one function that takes a record: its members are given by name.
+Command call(const std::string &name, ky_status_t (*Module::*)(const ky_bridge_init_params_t *),
+             const std::string &parameter, const std::string &example)
 {
-    const auto run = [](const Host &host, const Arguments &arguments) {
+    const auto run = [parameter](const Host &host, const Arguments &arguments) {
         ky_bridge_init_params_t params{};
         params.sdk_mode = arguments.number_or("sdk_mode", 0);
         ky_bridge_mode_1d_params_t &sizes = params.sdk_mode_params.mode_1D;
@@ -126,71 +127,27 @@ Command call_init()
         sizes.multiple_vlan_bridge_mode = arguments.number_or("multiple_vlan_bridge_mode", 0);
         if (host.module.is_started())
             throw ScriptError("the module is started already; 'stop' comes first");
-        const bool is_null = arguments.has("bridge_init_param");
+        const bool is_null = arguments.has(parameter);
         Result result;
         result.status = host.module.ky_bridge_init(is_null ? nullptr : &params);
         result.text = "ky_bridge_init answered " + status_text(result.status);
         return result;
     };
-    return {"call ky_bridge_init",
-            "[bridge_init_param ABSENT] [sdk_mode MODE] [max_bridge_num N] [max_virtual_ports_num N] "
-            "[multiple_vlan_bridge_mode N]",
-            "Calls ky_bridge_init with a record of these members, or with NULL",
-            "expect PARAM_ERROR call ky_bridge_init bridge_init_param NULL", run};
+    return {"call " + name,
+            "[" + parameter +
+                " ABSENT] [sdk_mode MODE] [max_bridge_num N] [max_virtual_ports_num N] "
+                "[multiple_vlan_bridge_mode N]",
+            "Calls " + name + " with a record of these members, or with NULL", example, run};
 }
 
 } // namespace
 
 CommandGroup call_commands()
 {
-    using M = Module;
-    return {
-        "EXPORTED FUNCTIONS (a value that is not given is 0, a pointer that is not given points to room)",
-        {
-            call_init(),
-            call("ky_bridge_deinit", &M::ky_bridge_deinit, "", "call ky_bridge_deinit"),
-            call("ky_bridge_mode_get", &M::ky_bridge_mode_get, "mode_p",
-                 "expect PARAM_NULL call ky_bridge_mode_get mode_p NULL"),
-            call("ky_bridge_log_verbosity_level_set", &M::ky_bridge_log_verbosity_level_set, "level",
-                 "call ky_bridge_log_verbosity_level_set level 3"),
-            call("ky_bridge_log_verbosity_level_get", &M::ky_bridge_log_verbosity_level_get, "level_p",
-                 "call ky_bridge_log_verbosity_level_get"),
-            call("ky_bridge_set", &M::ky_bridge_set, "cmd bridge_id_p is_internal",
-                 "expect CMD_UNSUPPORTED call ky_bridge_set cmd 40 bridge_id_p 1"),
-            call("ky_bridge_ref_cnt_increase", &M::ky_bridge_ref_cnt_increase, "bridge_id",
-                 "call ky_bridge_ref_cnt_increase bridge_id red"),
-            call("ky_bridge_ref_cnt_decrease", &M::ky_bridge_ref_cnt_decrease, "bridge_id",
-                 "call ky_bridge_ref_cnt_decrease bridge_id red"),
-            call("ky_bridge_port_set", &M::ky_bridge_port_set, "cmd bridge_id log_port vlan egress_mode is_internal",
-                 "expect PARAM_EXCEEDS_RANGE call ky_bridge_port_set cmd ADD bridge_id 1 log_port north vlan 4095"),
-            call("ky_bridge_clear_port", &M::ky_bridge_clear_port, "log_port release_log_port",
-                 "call ky_bridge_clear_port log_port north release_log_port 1"),
-            call("ky_bridge_clear_undo", &M::ky_bridge_clear_undo, "log_port swid",
-                 "call ky_bridge_clear_undo log_port north swid 0"),
-            call("ky_bridge_port_get", &M::ky_bridge_port_get,
-                 "bridge_id bridge_port_list_p bridge_port_cnt_p is_internal",
-                 "call ky_bridge_port_get bridge_id red bridge_port_list_p NULL bridge_port_cnt_p 0"),
-            call("ky_bridge_int_vlan_id_get", &M::ky_bridge_int_vlan_id_get, "bridge_id vid is_internal",
-                 "call ky_bridge_int_vlan_id_get bridge_id red"),
-            call("ky_bridge_int_vlan_list_get", &M::ky_bridge_int_vlan_list_get, "log_port vid vid_num",
-                 "call ky_bridge_int_vlan_list_get log_port 0 vid_num 10"),
-            call("ky_bridge_int_vlan_bridge_id_get", &M::ky_bridge_int_vlan_bridge_id_get, "int_vlan bridge_id",
-                 "call ky_bridge_int_vlan_bridge_id_get int_vlan 1"),
-            call("ky_bridge_log_port_member_state", &M::ky_bridge_log_port_member_state, "arg log_port",
-                 "expect ENTRY_NOT_FOUND call ky_bridge_log_port_member_state log_port north"),
-            call("ky_bridge_int_vlan_group_set", &M::ky_bridge_int_vlan_group_set, "cmd bridge_id direction vlan_group",
-                 "expect PARAM_EXCEEDS_RANGE call ky_bridge_int_vlan_group_set cmd BIND bridge_id red direction 2"),
-            call("ky_bridge_int_vlan_group_get", &M::ky_bridge_int_vlan_group_get, "bridge_id vlan_group",
-                 "call ky_bridge_int_vlan_group_get bridge_id red"),
-            call("ky_bridge_port_acl_binding_get", &M::ky_bridge_port_acl_binding_get,
-                 "log_port ingress_acl egress_acl",
-                 "call ky_bridge_port_acl_binding_get log_port north egress_acl NULL"),
-            call("ky_bridge_set_learning_mode", &M::ky_bridge_set_learning_mode, "bridge_id learning_mode is_internal",
-                 "call ky_bridge_set_learning_mode bridge_id red learning_mode 7"),
-            call("ky_bridge_get_learning_mode", &M::ky_bridge_get_learning_mode,
-                 "bridge_id learning_mode_p is_internal",
-                 "expect PARAM_NULL call ky_bridge_get_learning_mode bridge_id red learning_mode_p NULL"),
-        }};
+#define KYBRIDGE_CALL(function, parameters, example) call(#function, &Module::function, parameters, example),
+    return {"EXPORTED FUNCTIONS (a value that is not given is 0, a pointer that is not given points to room)",
+            {KYBRIDGE_FUNCTIONS(KYBRIDGE_CALL)}};
+#undef KYBRIDGE_CALL
 }
 
 } // namespace host

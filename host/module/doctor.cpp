@@ -60,7 +60,7 @@ const Kind &module_kind()
 {
     static const Kind kind{"the bridge module",
                            {
-#define KYBRIDGE_NAME(function) #function,
+#define KYBRIDGE_NAME(function, ...) #function,
                                KYBRIDGE_FUNCTIONS(KYBRIDGE_NAME)},
                            {{"bridge_db", sizeof(void *)}, {"swid_validation_func_ptr", sizeof(void *)}}};
     return kind;

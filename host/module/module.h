@@ -5,31 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/module/functions.h"
 #include "kybridge/ky_bridge.h"
-
-/// Every exported function of the module, once.
-#define KYBRIDGE_FUNCTIONS(X)                                                                                          \
-    X(ky_bridge_init)                                                                                                  \
-    X(ky_bridge_deinit)                                                                                                \
-    X(ky_bridge_mode_get)                                                                                              \
-    X(ky_bridge_log_verbosity_level_set)                                                                               \
-    X(ky_bridge_log_verbosity_level_get)                                                                               \
-    X(ky_bridge_set)                                                                                                   \
-    X(ky_bridge_ref_cnt_increase)                                                                                      \
-    X(ky_bridge_ref_cnt_decrease)                                                                                      \
-    X(ky_bridge_port_set)                                                                                              \
-    X(ky_bridge_clear_port)                                                                                            \
-    X(ky_bridge_clear_undo)                                                                                            \
-    X(ky_bridge_port_get)                                                                                              \
-    X(ky_bridge_int_vlan_id_get)                                                                                       \
-    X(ky_bridge_int_vlan_list_get)                                                                                     \
-    X(ky_bridge_int_vlan_bridge_id_get)                                                                                \
-    X(ky_bridge_log_port_member_state)                                                                                 \
-    X(ky_bridge_int_vlan_group_set)                                                                                    \
-    X(ky_bridge_int_vlan_group_get)                                                                                    \
-    X(ky_bridge_port_acl_binding_get)                                                                                  \
-    X(ky_bridge_set_learning_mode)                                                                                     \
-    X(ky_bridge_get_learning_mode)
 
 namespace host {
 
@@ -44,7 +21,7 @@ struct Module {
     std::string file; ///< the file that was loaded
 
     // NOLINTNEXTLINE(bugprone-macro-parentheses): the argument is a name, not an expression
-#define KYBRIDGE_MEMBER(function) decltype(&::function) function = nullptr;
+#define KYBRIDGE_MEMBER(function, ...) decltype(&::function) function = nullptr;
     KYBRIDGE_FUNCTIONS(KYBRIDGE_MEMBER)
 #undef KYBRIDGE_MEMBER
     bridge_db_t **bridge_db = nullptr;                             ///< read only
