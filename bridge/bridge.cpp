@@ -19,26 +19,28 @@ ky_status_t release_database()
     return status;
 }
 
+void log_failed_undo(ky_status_t status)
+{
+    if (status != KY_STATUS_SUCCESS)
+        LOG_ERROR("Failed to allocate memory for the bridge DB.\n");
+}
+
 /// The steps of a start in 802.1D mode that can be undone, in their order.
 enum class StartStep { database, ingress_region, egress_region };
 
 /// Undoes a start from its last completed step back to the first, whatever fails on the way.
 void undo_start(StartStep completed)
 {
-    const auto log_failure = [](ky_status_t status) {
-        if (status != KY_STATUS_SUCCESS)
-            LOG_ERROR("Failed to allocate memory for the bridge DB.\n");
-    };
     switch (completed) {
     case StartStep::egress_region:
-        log_failure(__deallocate_egress_regions());
+        log_failed_undo(__deallocate_egress_regions());
         [[fallthrough]];
     case StartStep::ingress_region:
-        log_failure(__deallocate_region(&bridge_db->ingress_region, bridge_db->max_virtual_ports_num,
-                                        KY_ACL_DIRECTION_INGRESS));
+        log_failed_undo(__deallocate_region(&bridge_db->ingress_region, bridge_db->max_virtual_ports_num,
+                                            KY_ACL_DIRECTION_INGRESS));
         [[fallthrough]];
     case StartStep::database:
-        log_failure(__bridge_db_deinit());
+        log_failed_undo(__bridge_db_deinit());
     }
     // A region that the ACL manager would not release keeps its pool, which nobody could reach any more.
     bridge_db->ingress_region.offset_pool.destroy();
