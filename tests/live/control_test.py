@@ -126,7 +126,7 @@ def frames_are_not_held_up(start):
                        (struct.pack("=IIII", 1700000000, 0, len(frame), len(frame)) + frame) * 1_000_000)
 
         def garbage(client):
-            all_answers(client, b"".join(b"%x\n" % (i * i) for i in range(100_000)))
+            all_answers(client, b"".join(b"%050x\n" % i for i in range(20_000)))
 
         def slow_reader(client):
             client.sendall(b"show rules\n" * 20)
@@ -135,7 +135,7 @@ def frames_are_not_held_up(start):
                 time.sleep(0.02)
 
         def journal(client):
-            assert b"call" in all_answers(client, b"show journal\nshow everything\nverify\n" * 3)
+            assert b"call" in all_answers(client, b"show journal\nshow everything\nverify\n" * 30)
 
         def replay(client):
             assert b"1000000 frames" in all_answers(client, b"replay million into a out left")
@@ -149,7 +149,7 @@ def frames_are_not_held_up(start):
             sent, answered = (int(number) for number in re.findall(r"(\d+) packets transmitted, (\d+) rec", report)[0])
             longest = float(report.split("/")[-2])  # rtt min/avg/max/mdev, in milliseconds
             print(f"        beside {disturb.__name__}: {answered} pings, the longest {longest} ms")
-            assert answered >= max(5, sent - 3) and longest < 300, report  # the last ones may still be under way
+            assert answered >= max(1, sent - 3) and longest < 300, report  # the last ones may still be under way
 
 
 def needs_little_and_gives_little(start):
