@@ -88,7 +88,8 @@ public:
     {
         const auto *const bytes = static_cast<const std::uint8_t *>(address);
         const auto *const found = std::find_if(bytes, bytes + size, [](std::uint8_t byte) { return byte != 0; });
-        expect(found == bytes + size, fmt::format("byte {} is 0x{:02X}", found - bytes, *found), "every byte is 0");
+        if (found != bytes + size)
+            expect(false, fmt::format("byte {} is 0x{:02X}", found - bytes, *found), "every byte is 0");
     }
     void use() const { std::memset(address, 0x5A, size); }
 
