@@ -8,7 +8,7 @@ set(CMAKE_C_COMPILER ${KYBRIDGE_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${KYBRIDGE_TRIPLET}-g++)
 
 cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH root)
-string(APPEND root /build-platforms/${KYBRIDGE_TRIPLET}/root)
+string(APPEND root /build-platforms/${KYBRIDGE_TRIPLET}/sysroot)
 set(CMAKE_FIND_ROOT_PATH ${root})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(kind LIBRARY INCLUDE PACKAGE)
