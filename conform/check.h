@@ -83,8 +83,7 @@ template <typename Body> void clean_up(Body body) noexcept
 {
     try {
         body();
-    } catch (const Finding &) {       // NOLINT(bugprone-empty-catch)
-    } catch (const MissingSymbol &) { // NOLINT(bugprone-empty-catch)
+    } catch (...) { // NOLINT(bugprone-empty-catch)
     }
 }
 

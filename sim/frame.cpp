@@ -8,8 +8,6 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t addresses_size = 12; ///< destination and source, in front of the tag or the type
-
 std::uint16_t read_16(BytesView bytes, std::size_t at)
 {
     return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);

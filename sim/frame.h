@@ -23,6 +23,7 @@ using BytesView = std::span<const std::uint8_t>;
 inline constexpr std::size_t frame_size_min = 14;   ///< an Ethernet header, in bytes
 inline constexpr std::size_t frame_size_wire = 60;  ///< shortest on a wire, in bytes; others are padded to it
 inline constexpr std::size_t frame_size_max = 9216; ///< in bytes, with the tag
+inline constexpr std::size_t addresses_size = 12;   ///< destination and source, in front of the tag or the type
 inline constexpr std::size_t tag_size = 4;          ///< in bytes
 inline constexpr std::uint16_t tag_protocol = 0x8100;
 

@@ -12,7 +12,6 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t addresses_size = 12; ///< destination and source, in front of the tag or the type
 /// The longest IP packet behind the longest header: what a sender leaves to be cut.
 constexpr std::size_t rest_size = 65535 + frame_size_min + 2 * tag_size;
 /// No power of two, or all frames would share the same few lines of the processor's caches.

@@ -27,11 +27,17 @@ configure()
     quietly "$top/$dir/configure.log" cmake -S "$top" -B "$top/$dir" "$@"
 }
 
+# configure_with_clang DIR [CMAKE-ARGUMENT...]: a dozen sources are compiled as one. What they include takes most of
+# the time, and the build in build/ shows already that each of them compiles by itself.
+configure_with_clang()
+{
+    CC=clang-14 CXX=clang++-14 configure "$@" -DKYBRIDGE_TESTS=ON -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
+}
+
 # What runs under sanitizers and what fuzzes are one build: most of both is the same code.
 configure_sanitized()
 {
-    CC=clang-14 CXX=clang++-14 configure build-asan -DKYBRIDGE_SANITIZE=address,undefined -DKYBRIDGE_TESTS=ON \
-        -DKYBRIDGE_FUZZ=ON
+    configure_with_clang build-asan -DKYBRIDGE_SANITIZE=address,undefined -DKYBRIDGE_FUZZ=ON
 }
 
 # build DIR [CMAKE-ARGUMENT...]

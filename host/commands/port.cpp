@@ -52,7 +52,7 @@ Result deliver(Host &host, std::uint32_t event_type, std::uint32_t log_port, con
                                 is_heard ? "" : ": nobody listens, the module is not started")};
 }
 
-Result add(Host &host, const Arguments &arguments)
+Result add_port(Host &host, const Arguments &arguments)
 {
     const sdk::Port &port = make_port(host, arguments);
     return {KY_STATUS_SUCCESS,
@@ -126,7 +126,7 @@ CommandGroup port_commands()
                  "port withdraw north", withdraw},
                 {"port add", "PORT [as NAME] [swid SWID] [kind KIND] [router] [lag-member]",
                  "Makes a port in the SDK, or changes it, without telling the module",
-                 "port add 0x10002 as south swid 1", add},
+                 "port add 0x10002 as south swid 1", add_port},
                 {"port set", "PORT [router SWITCH] [lag SWITCH] [pvid PVID] [rstp STATE] [link LINK]",
                  "Changes a port in the SDK", "port set north pvid 100 rstp forwarding", set},
                 {"port clear", "PORT [release]",

@@ -20,7 +20,7 @@ Result set(Host &host, const Arguments &arguments, ky_access_cmd_t cmd, std::str
                                  name_of(tagging_names(), egress_mode), done, host.names.bridge(bridge_id)));
 }
 
-Result add(Host &host, const Arguments &arguments)
+Result add_vport(Host &host, const Arguments &arguments)
 {
     return set(host, arguments, KY_ACCESS_CMD_ADD, "added to");
 }
@@ -45,7 +45,7 @@ CommandGroup vport_commands()
             {
                 {"vport add", "BRIDGE PORT vlan VLAN TAGGING [internal]",
                  "Attaches a port's VLAN to a bridge; its frames leave tagged or untagged",
-                 "vport add red north vlan 100 tagged", add},
+                 "vport add red north vlan 100 tagged", add_vport},
                 {"vport delete", "BRIDGE PORT vlan VLAN TAGGING [internal]", "Detaches a port's VLAN from its bridge",
                  "vport delete red north vlan 100 tagged", remove},
                 {"vport delete-port", "PORT", "Detaches all VLANs of a port, whatever bridges they are attached to",

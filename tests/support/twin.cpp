@@ -1,6 +1,7 @@
 #include "support/twin.h"
 
-#include <regex>
+#include <cstdlib>
+#include <cstring>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -78,8 +79,17 @@ std::string compare(ky_status_t expected, ky_status_t actual)
 /// counts, which after a refused operation can be the one that restored the membership.
 std::string hardware_but_shared_tagging()
 {
-    static const std::regex membership(R"(\nvlan ([1-9]|[1-5]\d|6[0-4]): (port \w+) \w+)");
-    return std::regex_replace(hardware(), membership, "\nvlan $1: $2");
+    constexpr int last_internal_vlan = 64;
+    std::string shown = hardware();
+    for (std::size_t at = 0; (at = shown.find("\nvlan ", at)) != std::string::npos; ++at) {
+        const std::size_t number = at + std::strlen("\nvlan ");
+        const std::size_t end = shown.find('\n', number);
+        if (std::atoi(shown.c_str() + number) <= last_internal_vlan) {
+            const std::size_t tagging = shown.rfind(' ', end);
+            shown.erase(tagging, end - tagging);
+        }
+    }
+    return shown;
 }
 
 } // namespace
