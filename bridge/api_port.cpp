@@ -13,7 +13,7 @@ namespace {
 struct Attachment {
     bridge_db_bridge_t *bridge;
     bridge_db_virtual_port_t *vport;
-    bridge_db_log_port_t *log_port; ///< known from the back reference (ADD) or its lookup (DELETE) on
+    bridge_db_log_port_t *log_port; ///< known from the back reference (ADD) or its lookup (DELETE) on; else nullptr
 };
 
 /// Gives up, without a call, what a refused undo step left with a virtual port that is about to go, as nobody
@@ -26,7 +26,7 @@ void give_up_uses(const Attachment &attached)
         kybridge::put_offset(bridge_db->ingress_region, vport->ingress_offset);
     if (vport->egress_offset != nullptr && --attached.bridge->egress_rule_ref_cnt == 0)
         kybridge::put_offset(bridge_db->egress_region, attached.bridge->egress_offset);
-    if (vport->holds_eacl_binding)
+    if (vport->holds_eacl_binding && attached.log_port != nullptr)
         --attached.log_port->eacl_bound_cnt;
 }
 
