@@ -66,6 +66,7 @@ struct Host {
     bool quitting = false; ///< no further command is wanted
 
     sim::Switch software_switch = sim::Switch();
+    std::vector<std::uint32_t> announced = {};   ///< logical ports, each once, in the order of their announcements
     std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that was sent by hand
     std::uint64_t frames_sent = 0;               ///< by hand: described, or given as bytes
 

@@ -99,7 +99,7 @@ Verdict run_files(host::Host &host, Interpreter &interpreter, const host::Files 
     const bool goes_on = verdict == host::as_expected || (verdict == host::unexpected && options.keep_going);
     if (goes_on && !host.quitting && options.serve)
         host::serve(host, files);
-    else if (goes_on && !host.quitting && !options.live.attachments.empty())
+    else if (goes_on && !host.quitting && options.live.are_given())
         verdict = std::max(verdict, host::forward(host, options.live));
     return std::max(verdict, interpreter.finish());
 }
@@ -161,6 +161,21 @@ int run(const Options &options)
     return lost ? host::wrong_script : verdict;
 }
 
+/// What is wrong with "PORT=INTERFACE", or nothing. Whether there is such a port is known after the scripts.
+std::string check_attachment(const std::string &text)
+{
+    const std::size_t sign = text.find('=');
+    const bool is_whole = sign != std::string::npos && sign != 0 && sign + 1 != text.size();
+    return is_whole ? "" : fmt::format("'{}': expected PORT=INTERFACE, for example north=eth1", text);
+}
+
+std::string check_ptf_address(const std::string &text)
+{
+    return text.starts_with("tcp://") || text.starts_with("ipc://")
+               ? ""
+               : fmt::format("'{}': expected tcp://ADDRESS:PORT or ipc://PATH", text);
+}
+
 /// Both files when both are given, the SDK's first.
 int examine(const Options &options)
 {
@@ -188,11 +203,17 @@ int run_command_line(int argc, char **argv)
     app.add_option("--attach", options.live.attachments,
                    "PORT=INTERFACE: after the scripts, forward real frames between the attached interfaces until "
                    "SIGINT or SIGTERM; commands are taken from standard input meanwhile")
+        ->check(check_attachment)
         ->type_name("PORT=INTERFACE")
         ->allow_extra_args(false); // what stands behind it is a FILE
+    app.add_option("--ptf", options.live.ptf,
+                   "After the scripts, be the device of a packet test framework (PTF) that connects to this address, "
+                   "without interfaces and without root: its port n is the n-th that was announced, from 0")
+        ->check(check_ptf_address)
+        ->type_name("ADDRESS")
+        ->excludes("--attach");
     app.add_option("--control", options.live.control,
-                   "With --attach: take commands from clients of this Unix socket instead")
-        ->needs("--attach");
+                   "With --attach or --ptf: take commands from clients of this Unix socket instead");
     app.add_option("--buffer", options.live.buffer_megabytes,
                    "With --attach: memory in megabytes for the frames of each interface that come faster than they are "
                    "forwarded, 1 to 1024, by default 64")
@@ -202,14 +223,14 @@ int run_command_line(int argc, char **argv)
                    "With --control: the folder whose files clients may read and make; by default none")
         ->type_name("FOLDER")
         ->needs("--control");
-    app.add_option(
-           "--user", options.live.user,
-           "With --attach: the user who the process becomes before it forwards; CAP_NET_RAW is all that it keeps")
-        ->needs("--attach");
+    app.add_option("--user", options.live.user,
+                   "With --attach or --ptf: the user who the process becomes before it forwards; CAP_NET_RAW is all "
+                   "that it keeps");
     app.add_flag("--serve", options.serve,
                  "After the scripts, take requests of programs from standard input, one JSON object a line, and answer "
                  "each in a line of standard output")
-        ->excludes("--attach");
+        ->excludes("--attach")
+        ->excludes("--ptf");
     app.add_flag("--keep-going", options.keep_going, "Go on after a command that did not do what was expected");
     app.add_flag("--check", options.check_only, "Only look for wrong lines in the files; carry nothing out");
     app.add_flag("--json", options.json, "Show each screen as a JSON object in a line of its own");
@@ -229,11 +250,14 @@ int run_command_line(int argc, char **argv)
 
     try {
         app.parse(argc, argv);
+        for (const char *option : {"--control", "--user"})
+            if (app.count(option) != 0 && !options.live.are_given())
+                throw CLI::RequiresError(option, "--attach or --ptf");
         if (options.no_colour)
             terminal::forbid_colours();
         if (!options.doctor.empty() || !options.sdk.empty())
             return examine(options);
-        if (!options.live.attachments.empty())
+        if (options.live.are_given())
             host::hold_signals();
         else if (options.files.empty() && !options.serve)
             options.files.emplace_back(standard_stream);

@@ -64,13 +64,13 @@ std::span<const std::string> arguments_of(const Command &command, std::span<cons
     return words.subspan(parse_line(command.name).size());
 }
 
-std::vector<std::string> completions(std::span<const std::string> words, const Names &names)
+NextWords completions(std::span<const std::string> words, const Names &names)
 {
-    std::vector<std::string> next;
+    NextWords next;
     for (const std::string &name : names_of_commands()) {
         const Words parts = parse_line(name);
         if (words.size() < parts.size() && std::equal(words.begin(), words.end(), parts.begin()))
-            next.push_back(parts[words.size()]);
+            next.words.push_back(parts[words.size()]);
     }
     try {
         if (!words.empty()) {
@@ -78,16 +78,17 @@ std::vector<std::string> completions(std::span<const std::string> words, const N
             const auto arguments = arguments_of(command, words);
             const std::size_t before = command.name == "expect" ? 1 : 0; // its status
             const bool takes_command = command.name == "expect" || command.name == "help";
-            std::ranges::copy(takes_command && arguments.size() >= before
-                                  ? completions(arguments.subspan(before), names)
-                                  : command.grammar.next_words(arguments, names),
-                              std::back_inserter(next));
+            const NextWords more = takes_command && arguments.size() >= before
+                                       ? completions(arguments.subspan(before), names)
+                                       : command.grammar.next_words(arguments, names);
+            std::ranges::copy(more.words, std::back_inserter(next.words));
+            next.or_file = more.or_file;
         }
     } catch (const ScriptError &) {
         // No command begins so, or only with one more word; then that is among the names above.
     }
-    std::ranges::sort(next);
-    next.erase(std::unique(next.begin(), next.end()), next.end());
+    std::ranges::sort(next.words);
+    next.words.erase(std::unique(next.words.begin(), next.words.end()), next.words.end());
     return next;
 }
 

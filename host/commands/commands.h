@@ -20,6 +20,9 @@ struct Command {
     std::string example;     ///< a whole line of a script
     /// Carries it out. `expect` alone has none: it is about the command that follows it.
     std::function<Result(Host &, const Arguments &)> run;
+    /// Looks for what is wrong with arguments that fit the synopsis, without carrying anything out. Throws ScriptError.
+    /// The names are NULL where those of ports and bridges are taken on trust.
+    std::function<void(const Arguments &, const Names *)> check = {};
     Grammar grammar = Grammar(synopsis);
 };
 
@@ -48,12 +51,15 @@ const Command &find_command(std::span<const std::string> words);
 /// The words that follow a command's name.
 std::span<const std::string> arguments_of(const Command &command, std::span<const std::string> words);
 
-/// What could be the next word of a line, as far as there is a list of it, sorted. Empty after wrong words.
-std::vector<std::string> completions(std::span<const std::string> words, const Names &names);
+/// What could be the next word of a line, as far as there is a list of it, sorted. Nothing after wrong words.
+NextWords completions(std::span<const std::string> words, const Names &names);
 
 std::string usage(const Command &command); ///< name and synopsis
 std::string help(const Command &command);  ///< a screen on one command
 std::string help_on_all_commands();        ///< every command with its description and an example
+
+/// The port of the stand-in. @throws ScriptError when there is none
+sdk::Port &known_port(Host &host, std::uint32_t log_port);
 
 /// The result of a call into the module. A module that is not started does nothing and answers 0; the
 /// text then says so.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <stdexcept>
 
 #include <fmt/format.h>
 
@@ -71,23 +72,33 @@ Result send_bytes(Host &host, const Arguments &arguments)
     return send(host, arguments.number("PORT"), *sim::parse_hex(arguments.text("HEX")));
 }
 
-/// Where a frame leaves, as scripts say it: "south vlan 100 pcp 5" or "south untagged".
-std::string exit_text(const Host &host, std::uint32_t log_port, const std::optional<sim::Tag> &tag)
+/// Where a frame leaves, and with which tag.
+struct FrameExit {
+    std::uint32_t port;
+    std::optional<sim::Tag> tag;
+};
+
+/// As scripts say it, sorted: "south vlan 100 pcp 5", "uplink untagged".
+std::vector<std::string> exit_texts(const Host &host, std::span<const FrameExit> exits)
 {
-    if (!tag)
-        return host.names.port(log_port) + " untagged";
-    return fmt::format("{} vlan {}{}", host.names.port(log_port), tag->vid,
-                       tag->pcp != 0 ? fmt::format(" pcp {}", tag->pcp) : "");
+    std::vector<std::string> texts;
+    for (const auto &[log_port, tag] : exits)
+        texts.push_back(
+            host.names.port(log_port) +
+            (tag ? fmt::format(" vlan {}{}", tag->vid, tag->pcp != 0 ? fmt::format(" pcp {}", tag->pcp) : "")
+                 : " untagged"));
+    std::ranges::sort(texts);
+    return texts;
 }
 
 /// Reads the ports that a frame must leave at, each with its tag.
-/// @throws ScriptError that tells what was expected
-std::vector<std::string> read_exits(const Host &host, std::span<const std::string> words)
+/// @param names as for Grammar::read @throws ScriptError that tells what was expected
+std::vector<FrameExit> read_exits(std::span<const std::string> words, const Names *names)
 {
     static const Grammar port("PORT");
     static const Grammar vlan("vlan TAG-VLAN");
     static const Grammar pcp("pcp PCP");
-    std::vector<std::string> exits;
+    std::vector<FrameExit> exits;
     const auto take = [&words](std::size_t count) {
         const auto taken = words.first(std::min(count, words.size()));
         words = words.subspan(taken.size());
@@ -98,33 +109,37 @@ std::vector<std::string> read_exits(const Host &host, std::span<const std::strin
     if (words.empty())
         throw ScriptError("expected 'nowhere', or ports, each followed by 'vlan N' or 'untagged'");
     while (!words.empty()) {
-        const std::uint32_t log_port = port.read(take(1), &host.names).number("PORT");
+        const std::uint32_t log_port = port.read(take(1), names).number("PORT");
         std::optional<sim::Tag> tag;
         if (!words.empty() && words.front() == "untagged") {
             take(1);
         } else {
-            tag = sim::Tag{.vid = vlan.read(take(2), &host.names).number16("vlan")};
+            tag = sim::Tag{.vid = vlan.read(take(2), names).number16("vlan")};
             if (!words.empty() && words.front() == "pcp")
-                tag->pcp = static_cast<std::uint8_t>(pcp.read(take(2), &host.names).number("pcp"));
+                tag->pcp = static_cast<std::uint8_t>(pcp.read(take(2), names).number("pcp"));
         }
-        exits.push_back(exit_text(host, log_port, tag));
+        exits.push_back({log_port, tag});
     }
-    std::ranges::sort(exits);
     return exits;
+}
+
+void check_exits(const Arguments &arguments, const Names *names)
+{
+    read_exits(arguments.rest(), names);
 }
 
 Result expect_frame(Host &host, const Arguments &arguments)
 {
     if (!host.last_frame)
         throw ScriptError("no frame was sent yet; 'frame' sends one");
-    const std::vector<std::string> expected = read_exits(host, arguments.rest());
-    std::vector<std::string> actual;
+    const std::vector<std::string> expected = exit_texts(host, read_exits(arguments.rest(), &host.names));
+    std::vector<FrameExit> left;
     for (const sim::Transmission &sent : host.last_frame->transmissions) {
         sim::Header header;
         sim::parse(sent.frame, header);
-        actual.push_back(exit_text(host, sent.port, header.tag));
+        left.push_back({sent.port, header.tag});
     }
-    std::ranges::sort(actual);
+    const std::vector<std::string> actual = exit_texts(host, left);
 
     const auto list = [](const std::vector<std::string> &exits) {
         return exits.empty() ? std::string("nowhere") : fmt::format("{}", fmt::join(exits, ", "));
@@ -172,10 +187,14 @@ std::string Replaying::summary() const
 
 Result go_on(const std::shared_ptr<Replaying> &replaying)
 {
-    for (int i = 0; i < frames_a_part; ++i) {
-        if (!replaying->replayer.step())
-            return {KY_STATUS_SUCCESS, replaying->summary()};
-        replaying->progress.step();
+    try {
+        for (int i = 0; i < frames_a_part; ++i) {
+            if (!replaying->replayer.step())
+                return {KY_STATUS_SUCCESS, replaying->summary()};
+            replaying->progress.step();
+        }
+    } catch (const std::runtime_error &error) { // the frames before have been sent
+        return {KY_STATUS_SUCCESS, fmt::format("{}\n  {}", error.what(), replaying->summary()), true};
     }
     Result part;
     part.rest = [replaying] { return go_on(replaying); };
@@ -184,6 +203,7 @@ Result go_on(const std::shared_ptr<Replaying> &replaying)
 
 Result replay(Host &host, const Arguments &arguments)
 {
+    known_port(host, arguments.number("into"));
     return go_on(std::make_shared<Replaying>(host, arguments));
 }
 
@@ -233,7 +253,7 @@ CommandGroup frame_commands()
                 {"expect frame", "EXIT...",
                  "Fails unless the last frame left exactly there: 'nowhere', or ports with 'vlan N [pcp N]' or "
                  "'untagged'",
-                 "expect frame south untagged uplink vlan 100 pcp 5", expect_frame},
+                 "expect frame south untagged uplink vlan 100 pcp 5", expect_frame, check_exits},
                 {"replay", "FILE into PORT out FILE",
                  "Sends a capture file into a port; what leaves each port goes to a file of its own",
                  "replay tenants.pcap into north out leaving", replay},

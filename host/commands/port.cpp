@@ -1,13 +1,12 @@
 // Logical ports: in the stand-in, and as the module is told of them.
 #include "host/commands/commands.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 namespace host {
 
-namespace {
-
-/// The port of the stand-in; a port must exist before it can be set up.
 sdk::Port &known_port(Host &host, std::uint32_t log_port)
 {
     sdk::Port *port = host.device.ports.find(log_port);
@@ -16,6 +15,8 @@ sdk::Port &known_port(Host &host, std::uint32_t log_port)
             fmt::format("the SDK has no port {}; 'port add' or 'port announce' makes it", host.names.port(log_port)));
     return *port;
 }
+
+namespace {
 
 /// Makes the port, or changes what is given of it, and names it.
 sdk::Port &make_port(Host &host, const Arguments &arguments)
@@ -62,7 +63,11 @@ Result add_port(Host &host, const Arguments &arguments)
 Result announce(Host &host, const Arguments &arguments)
 {
     make_port(host, arguments);
-    return deliver(host, KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, arguments.number("PORT"), "announced in");
+    const std::uint32_t log_port = arguments.number("PORT");
+    Result result = deliver(host, KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, log_port, "announced in");
+    if (result.status == KY_STATUS_SUCCESS && std::ranges::count(host.announced, log_port) == 0)
+        host.announced.push_back(log_port);
+    return result;
 }
 
 Result withdraw(Host &host, const Arguments &arguments)
@@ -91,9 +96,15 @@ Result set(Host &host, const Arguments &arguments)
         port.rstp_state = static_cast<sdk::RstpState>(arguments.number("rstp"));
     if (is_given("link"))
         host.software_switch.set_link(log_port, arguments.number("link") != 0);
-    if (settings.empty())
-        throw ScriptError("nothing to set is given; one of router, lag, pvid, rstp and link follows the port");
     return {KY_STATUS_SUCCESS, fmt::format("{}:{}", port_text(host, log_port), settings)};
+}
+
+void check_set(const Arguments &arguments, const Names *)
+{
+    for (const char *attribute : {"router", "lag", "pvid", "rstp", "link"})
+        if (arguments.has(attribute))
+            return;
+    throw ScriptError("nothing to set is given; one of router, lag, pvid, rstp and link follows the port");
 }
 
 Result clear(Host &host, const Arguments &arguments)
@@ -128,7 +139,7 @@ CommandGroup port_commands()
                  "Makes a port in the SDK, or changes it, without telling the module",
                  "port add 0x10002 as south swid 1", add_port},
                 {"port set", "PORT [router SWITCH] [lag SWITCH] [pvid PVID] [rstp STATE] [link LINK]",
-                 "Changes a port in the SDK", "port set north pvid 100 rstp forwarding", set},
+                 "Changes a port in the SDK", "port set north pvid 100 rstp forwarding", set, check_set},
                 {"port clear", "PORT [release]",
                  "Takes a port out of all bridges and, with 'release', lets the module forget it",
                  "port clear north release", clear},

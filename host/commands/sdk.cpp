@@ -87,8 +87,6 @@ Result fail(Host &host, const Arguments &arguments)
     const std::uint32_t service = arguments.number("SERVICE");
     const std::uint32_t nth = arguments.number("NTH");
     const ky_status_t status = arguments.number("with");
-    if (nth == 0)
-        throw ScriptError("0 is no position among the next calls: expected next, or a number from 1");
     if (service == sdk::service_count)
         host.device.faults.fail_any(nth, status);
     else

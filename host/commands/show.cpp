@@ -28,6 +28,9 @@ Result vports(Host &host, const Arguments &arguments)
     if (arguments.has("BRIDGE"))
         bridge_id = arguments.number16("BRIDGE");
     const Quiet quiet(host);
+    std::uint32_t count = 0;
+    if (bridge_id && host.module.ky_bridge_port_get(*bridge_id, nullptr, &count, 1) != KY_STATUS_SUCCESS)
+        return {KY_STATUS_SUCCESS, fmt::format("there is no bridge {}", host.names.bridge(*bridge_id)), true};
     host.show(vports_screen(host, bridge_id));
     return {};
 }

@@ -229,16 +229,19 @@ Arguments Grammar::read(std::span<const std::string> words, const Names *names) 
     return arguments;
 }
 
-std::vector<std::string> Grammar::next_words(std::span<const std::string> words, const Names &names) const
+NextWords Grammar::next_words(std::span<const std::string> words, const Names &names) const
 {
+    const auto values = [&names](const Part &part) {
+        return NextWords{part.value->all_words(names), part.value->source == Kind::Source::file};
+    };
     std::size_t at = 0;
     for (const Part &part : parts_) {
         if (part.optional)
             break;
         if (!part.keyword.empty() && at++ == words.size())
-            return {part.keyword};
+            return {{part.keyword}};
         if (part.value != nullptr && at++ == words.size())
-            return part.value->all_words(names);
+            return values(part);
     }
     if (takes_rest_)
         return {};
@@ -249,7 +252,7 @@ std::vector<std::string> Grammar::next_words(std::span<const std::string> words,
         given.push_back(word);
         for (const Part &part : parts_)
             if (part.optional && part.keyword == word && part.value != nullptr && at++ == words.size())
-                return part.value->all_words(names);
+                return values(part);
     }
     std::vector<std::string> next;
     for (const Part &part : parts_) {
@@ -258,7 +261,7 @@ std::vector<std::string> Grammar::next_words(std::span<const std::string> words,
         else if (part.optional && std::ranges::find(given, part.keyword) == given.end())
             next.push_back(part.keyword);
     }
-    return next;
+    return {next};
 }
 
 } // namespace host

@@ -74,6 +74,12 @@ private:
     Words rest_;
 };
 
+/// What could be the next word.
+struct NextWords {
+    std::vector<std::string> words;
+    bool or_file = false; ///< or the path of a file
+};
+
 class Grammar {
 public:
     explicit Grammar(std::string_view synopsis);
@@ -85,7 +91,7 @@ public:
 
     /// What could be the next word, as far as there is a list of it: keywords, words of a kind, names.
     /// @param words the arguments so far; a wrong one is taken for a right one
-    std::vector<std::string> next_words(std::span<const std::string> words, const Names &names) const;
+    NextWords next_words(std::span<const std::string> words, const Names &names) const;
 
     /// Kinds of value that occur, once each.
     std::vector<const Kind *> kinds() const;

@@ -35,6 +35,8 @@ Call read_call(std::span<const std::string> words, const Names *names)
         Call call{&command, {}, expected};
         try {
             call.arguments = command.grammar.read(arguments_of(command, words), names);
+            if (command.check)
+                command.check(call.arguments, names);
         } catch (const ScriptError &error) {
             throw ScriptError(fmt::format("{}: {}", command.name, error.what()), usage(command));
         }

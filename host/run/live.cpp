@@ -1,11 +1,14 @@
 #include "host/run/live.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
+#include <poll.h>
 #include <sys/signalfd.h>
 
 #include <fmt/format.h>
@@ -13,6 +16,7 @@
 #include "host/output/terminal.h"
 #include "host/run/control.h"
 #include "host/run/privileges.h"
+#include "host/run/ptf.h"
 #include "host/screens/screens.h"
 #include "sim/descriptor.h"
 #include "sim/live.h"
@@ -30,15 +34,72 @@ sigset_t ending_signals()
     return signals;
 }
 
-/// Attaches what "PORT=INTERFACE" says.
+/// @param attachment "PORT=INTERFACE"
 void attach(sim::Live &live, const Host &host, const std::string &attachment)
 {
     const std::size_t sign = attachment.find('=');
-    if (sign == std::string::npos || sign == 0 || sign + 1 == attachment.size())
-        throw std::runtime_error(
-            fmt::format("--attach {}: expected PORT=INTERFACE, for example north=eth1", attachment));
     const std::vector<std::string> port = {attachment.substr(0, sign)};
     live.attach(Grammar("PORT").read(port, &host.names).number("PORT"), attachment.substr(sign + 1));
+}
+
+/// What both ways of forwarding have beside the frames.
+struct Beside {
+    Control &control;
+    int stop;                 ///< readable: forwarding ends
+    std::optional<User> user; ///< who the process becomes before it forwards
+};
+
+/// Carries out commands. The one that quits ends forwarding as a signal does.
+void serve_commands(const Host &host, Control &control)
+{
+    control.serve();
+    if (host.quitting)
+        (void)std::raise(SIGTERM); // held, and what the loop waits for
+}
+
+/// Is followed by nothing that needs a privilege, and tells so whoever waits for the switch.
+void begin_forwarding(const Beside &beside, const std::string &where)
+{
+    if (beside.user)
+        beside.control.give_to(beside.user->uid);
+    give_up_privileges(beside.user);
+    beside.control.tell("forwarding " + where);
+}
+
+void forward_interfaces(Host &host, const LiveOptions &options, const Beside &beside)
+{
+    sim::Live live(
+        host.software_switch, [&beside](const std::string &notice) { beside.control.tell(notice); },
+        [&host](std::uint32_t log_port) { return host.names.port(log_port); }, options.buffer_megabytes << 20);
+    for (const std::string &attachment : options.attachments)
+        attach(live, host, attachment);
+    begin_forwarding(beside, fmt::format("between {} interfaces", options.attachments.size()));
+    live.run(beside.stop, beside.control.descriptor(), [&] {
+        serve_commands(host, beside.control);
+        return true;
+    });
+    host.show(counters_screen(host));
+    host.show(interfaces_screen(host, live.interfaces()));
+}
+
+void forward_ptf(Host &host, const LiveOptions &options, const Beside &beside)
+{
+    PtfSocket ptf(host, options.ptf, [&beside](const std::string &notice) { beside.control.tell(notice); });
+    begin_forwarding(beside, "at " + options.ptf);
+    for (;;) {
+        std::array<pollfd, 3> sources = {{{.fd = beside.stop, .events = POLLIN, .revents = 0},
+                                          {.fd = beside.control.descriptor(), .events = POLLIN, .revents = 0},
+                                          {.fd = ptf.descriptor(), .events = POLLIN, .revents = 0}}};
+        if (poll(sources.data(), sources.size(), -1) < 0 && errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "waiting for frames");
+        if (sources[0].revents != 0)
+            break;
+        if (sources[1].revents != 0)
+            serve_commands(host, beside.control);
+        if (sources[2].revents != 0)
+            ptf.serve();
+    }
+    host.show(counters_screen(host));
 }
 
 } // namespace
@@ -62,24 +123,11 @@ Verdict forward(Host &host, const LiveOptions &options)
             outlet->set_pace(Outlet::Pace::never_waits);
         terminal::forbid_progress();
         Control control(host, options.control, options.control_files);
-        sim::Live live(
-            host.software_switch, [&control](const std::string &notice) { control.tell(notice); },
-            [&host](std::uint32_t log_port) { return host.names.port(log_port); }, options.buffer_megabytes << 20);
-        for (const std::string &attachment : options.attachments)
-            attach(live, host, attachment);
-        if (user)
-            control.give_to(user->uid);
-        give_up_privileges(user);
-
-        control.tell(fmt::format("forwarding between {} interfaces", options.attachments.size()));
-        live.run(stop.get(), control.descriptor(), [&] {
-            control.serve();
-            if (host.quitting)
-                (void)std::raise(SIGTERM); // held, and what the loop waits for
-            return true;
-        });
-        host.show(counters_screen(host));
-        host.show(interfaces_screen(host, live.interfaces()));
+        const Beside beside{control, stop.get(), user};
+        if (options.ptf.empty())
+            forward_interfaces(host, options, beside);
+        else
+            forward_ptf(host, options, beside);
         return as_expected;
     } catch (const std::runtime_error &error) {
         host.err.write(fmt::format("kybridge-host: {}\n", error.what()));

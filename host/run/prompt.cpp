@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <editline/readline.h>
@@ -39,10 +40,13 @@ char *next_match(const char *text, int state)
 
 char **complete(const char *text, int start, int)
 {
-    rl_attempted_completion_over = 1; // no names of files where nothing fits
+    rl_attempted_completion_over = 1; // no names of files where none fits
     try {
         const std::string before(rl_line_buffer, static_cast<std::size_t>(start));
-        candidates = completions(parse_line(before), *names_known);
+        NextWords next = completions(parse_line(before), *names_known);
+        if (next.or_file)
+            return rl_completion_matches(text, rl_filename_completion_function);
+        candidates = std::move(next.words);
     } catch (const ScriptError &) {
         return nullptr; // inside a quoted word
     }

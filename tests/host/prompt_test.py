@@ -45,10 +45,11 @@ def talk(environment, *lines):
 
 
 LINES = (b"start\r", b"port announce 0x10001 as north\r", b"vport delete-port no\t\r", b"bogus\r",
-         b"expect ENTRY_NOT_F\tbri\tdes\t7\r", b"show bri\t\r", b"bridge create\x03")
+         b"expect ENTRY_NOT_F\tbri\tdes\t7\r", b"show bri\t\r", b"draw " + HOME.encode() + b"/pict\t\r", b"bridge create\x03")
+os.mkdir(os.path.join(HOME, "picture"))
 shown = talk({}, *LINES, b"\x04")
 for text in (b"all virtual ports of port north deleted", b"\x1b[31mthat line: unknown command 'bogus'",
-             b"refused as expected: 21 ENTRY_NOT_FOUND", b"\x1b[1mbridges\x1b[0m: none"):
+             b"refused as expected: 21 ENTRY_NOT_FOUND", b"\x1b[1mbridges\x1b[0m: none", b"/picture: expected a name"):
     assert text in shown, (text, shown)
 with open(os.path.join(HOME, ".kybridge_history"), encoding="ascii") as history:
     assert "announce" in history.read()
