@@ -19,13 +19,19 @@ done
 # The files that lintian forgets stay out of everybody's way.
 TMPDIR=$into lintian --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "$into"/*.deb
 
+built=$(dpkg-deb -f "$into"/libkybridge1_*.deb Version)
+[ "${built%-*}" = "$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")" ] || {
+    echo "debian/changelog tells another version than CMakeLists.txt: $built"
+    exit 1
+}
+
 # Which version a process needs is told by the interface that it uses, and not by the package that it was built with.
 root=$into/root
 for package in libkybridge1 libkybridge-dev libkysdk1 libkysdk-dev; do
     dpkg-deb -x "$into/$package"_*.deb "$root"
     dpkg-deb -e "$into/$package"_*.deb "$root/$package"
 done
-grep -qx 'libkybridge 1 libkybridge1 (>= 1.0.0)' "$root/libkybridge1/shlibs"
+grep -qx "libkybridge 1 libkybridge1 (>= ${built%-*})" "$root/libkybridge1/shlibs"
 grep -qx ' ky_bridge_init@KYBRIDGE_1.0 1.0' "$root/libkybridge1/symbols"
 flags=$(PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$(echo "$root"/usr/lib/*/pkgconfig) \
     pkg-config --cflags --libs kybridge-sdk kybridge)

@@ -3,13 +3,14 @@
 # may hold the place that it was installed to.
 set -euo pipefail
 cmake=$1 build=$2 prefix=$3 libdir=$4
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 
 rm -rf "$prefix" "$prefix.first"
 "$cmake" --install "$build" --prefix "$prefix.first" --component runtime >/dev/null
 installed=$(cd "$prefix.first" && find . ! -type d ! -path './share/doc/*' | sort)
 diff -u --label "expected: runtime" --label "installed" - <(echo "$installed") <<END
 ./$libdir/libkybridge.so.1
-./$libdir/libkybridge.so.1.0.0
+./$libdir/libkybridge.so.$version
 END
 
 "$cmake" --install "$build" --prefix "$prefix.first" >/dev/null
@@ -17,7 +18,7 @@ mv "$prefix.first" "$prefix"
 for library in libkybridge libkysdk; do
     file=$prefix/$libdir/$library.so
     [ "$(readlink "$file")" = $library.so.1 ]
-    [ "$(readlink "$file.1")" = $library.so.1.0.0 ]
+    [ "$(readlink "$file.1")" = $library.so.$version ]
     readelf -d "$file" | grep -q "SONAME.*\[$library.so.1\]"
     if readelf -d "$file" | grep -E 'R(UN)?PATH'; then
         echo "$file has a run path"
