@@ -22,6 +22,18 @@ const std::string &shown(const std::string &cell)
     return cell.empty() ? nothing : cell;
 }
 
+/// A number in a column of numbers.
+Json cell_data(const Table::Column &column, const std::string &cell)
+{
+    if (cell.empty())
+        return {};
+    std::uint64_t number = 0;
+    const char *end = cell.data() + cell.size();
+    const bool is_number = column.align == Table::Align::right &&
+                           std::from_chars(cell.data(), end, number) == std::from_chars_result{end, {}};
+    return is_number ? Json(number) : Json(cell);
+}
+
 } // namespace
 
 Table::Table(std::string title, std::vector<Column> columns) : title_(std::move(title)), columns_(std::move(columns)) {}
@@ -67,8 +79,7 @@ std::string Table::text(bool bold) const
     return text;
 }
 
-/// @param cell_of makes JSON of a cell that is not empty: (column, text)
-template <typename CellOf> Json Table::object(CellOf cell_of) const
+Json Table::data() const
 {
     Json screen = {{"title", title_}};
     if (!note_.empty())
@@ -77,7 +88,7 @@ template <typename CellOf> Json Table::object(CellOf cell_of) const
     for (const auto &row : rows_) {
         Json cells = Json::object();
         for (std::size_t column = 0; column < columns_.size(); ++column)
-            cells[columns_[column].heading] = row[column].empty() ? Json() : cell_of(columns_[column], row[column]);
+            cells[columns_[column].heading] = cell_data(columns_[column], row[column]);
         screen["rows"].push_back(std::move(cells));
     }
     return screen;
@@ -85,19 +96,7 @@ template <typename CellOf> Json Table::object(CellOf cell_of) const
 
 std::string Table::json() const
 {
-    return object([](const Column &, const std::string &cell) { return Json(cell); })
-        .dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-Json Table::data() const
-{
-    return object([](const Column &column, const std::string &cell) {
-        std::uint64_t number = 0;
-        const char *end = cell.data() + cell.size();
-        const bool is_number = column.align == Align::right &&
-                               std::from_chars(cell.data(), end, number) == std::from_chars_result{end, {}};
-        return is_number ? Json(number) : Json(cell);
-    });
+    return data().dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 std::vector<std::string> Table::facts() const

@@ -30,19 +30,15 @@ public:
     /// @param bold whether a terminal is to show the title in bold
     std::string text(bool bold = false) const;
 
-    /// One JSON object in one line: {"title": ..., "note": ..., "rows": [{HEADING: CELL, ...}, ...]}. Without a
-    /// note there is none in it, and an empty cell is null.
-    std::string json() const;
-
-    /// The same object for programs: what stands in a column of numbers is a number there.
+    /// {"title": ..., "note": ..., "rows": [{HEADING: CELL, ...}, ...]}. Without a note there is none in it. A cell in
+    /// a column of numbers is a number, an empty one null.
     nlohmann::ordered_json data() const;
+    std::string json() const; ///< the same in one line
 
     /// One line for each row that stands alone: "bridges: BRIDGE red, ID 1".
     std::vector<std::string> facts() const;
 
 private:
-    template <typename CellOf> nlohmann::ordered_json object(CellOf cell_of) const;
-
     std::string title_;
     std::string note_;
     std::vector<Column> columns_;
