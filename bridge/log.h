@@ -3,6 +3,10 @@
 /// A line that the verbosity silences costs one load, one compare and one branch, and none of its
 /// arguments is evaluated. That, and the compiler's check of each format against its arguments, is why
 /// the three message lines are macros.
+///
+/// Texts are part of the interface: programs that read logs know them letter by letter. So they stay as they are where
+/// they are misspelled ("retreive", "retrive", "eress"), where a bracket is missing ("bridge %d) ref count"), and where
+/// one of releasing memory speaks of allocating it ("Failed to allocate memory for the bridge DB.").
 #ifndef KYBRIDGE_BRIDGE_LOG_H
 #define KYBRIDGE_BRIDGE_LOG_H
 
