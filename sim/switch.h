@@ -55,7 +55,7 @@ enum class Drop : std::uint8_t {
     filtered,   ///< the destination is where the frame came from
     no_receiver ///< flooded into a VLAN without another member
 };
-inline constexpr std::size_t drop_count = 13;
+inline constexpr std::size_t drop_count = static_cast<std::size_t>(Drop::no_receiver) + 1;
 
 enum class VlanSource : std::uint8_t { tag, pvid_untagged, pvid_priority_tag };
 

@@ -18,8 +18,8 @@ enum class Extent {
 };
 
 /// A rule as it should be, or is, in a comparable form.
-std::string rule_text(std::uint32_t log_port, std::uint32_t port_mask, std::uint16_t vlan, std::uint16_t new_vlan,
-                      bool dont_learn)
+std::string rule_facts(std::uint32_t log_port, std::uint32_t port_mask, std::uint16_t vlan, std::uint16_t new_vlan,
+                       bool dont_learn)
 {
     return fmt::format("port 0x{:08X}/0x{:08X} vlan {} -> vlan {}{}", log_port, port_mask, vlan, new_vlan,
                        dont_learn ? ", don't learn" : "");
@@ -34,8 +34,8 @@ void compare_rules(Findings &findings, const char *which, const std::map<std::ui
     if (region == device.acl.regions.end())
         return;
     for (const auto &[offset, rule] : region->second.rules)
-        actual[offset] = rule_text(rule.key_log_port, rule.log_port_mask, rule.key_vlan, rule.new_vlan,
-                                   extent == Extent::everything && rule.dont_learn) +
+        actual[offset] = rule_facts(rule.key_log_port, rule.log_port_mask, rule.key_vlan, rule.new_vlan,
+                                    extent == Extent::everything && rule.dont_learn) +
                          (rule.vlan_mask == 0xFFFF ? "" : ", VLAN masked");
 
     for (const auto &[offset, text] : expected) {
@@ -63,9 +63,9 @@ void check_rules(Findings &findings, const bridge_db_t &db, const sdk::Device &d
                             "virtual port (0x{:08X}, {}) is not attached completely", vport.log_port, vport.vlan);
             if (vport.ingress_offset != nullptr)
                 ingress[vport.ingress_offset->offset] =
-                    rule_text(vport.log_port, 0xFFFFFFFF, vport.vlan, bridge.int_vlan, dont_learn);
+                    rule_facts(vport.log_port, 0xFFFFFFFF, vport.vlan, bridge.int_vlan, dont_learn);
             if (bridge.egress_offset != nullptr)
-                egress[bridge.egress_offset->offset] = rule_text(0, 0, bridge.int_vlan, vport.vlan, dont_learn);
+                egress[bridge.egress_offset->offset] = rule_facts(0, 0, bridge.int_vlan, vport.vlan, dont_learn);
         });
     });
     compare_rules(findings, "ingress", ingress, device, db.ingress_region.region_id, extent);

@@ -55,11 +55,6 @@ private:
     std::vector<std::uint64_t> calls_;
 };
 
-const bridge_db_log_port_t *port_record(const Host &host, std::uint32_t log_port)
-{
-    return host.module.is_started() ? (*host.module.bridge_db)->log_port_map.find(log_port) : nullptr;
-}
-
 const sdk::Rule *rule_at(const Host &host, std::uint32_t region_id, const bridge_acl_offset_t *place)
 {
     const auto region = host.device.acl.regions.find(region_id);
@@ -69,7 +64,7 @@ const sdk::Rule *rule_at(const Host &host, std::uint32_t region_id, const bridge
     return rule != region->second.rules.end() ? &rule->second : nullptr;
 }
 
-std::string rule_text(const Host &host, const sdk::Rule &rule)
+std::string rule_in_words(const Host &host, const sdk::Rule &rule)
 {
     return fmt::format("{} VLAN {} becomes VLAN {}, {}",
                        rule.log_port_mask == 0 ? "any port" : host.names.port(rule.key_log_port), rule.key_vlan,
@@ -86,7 +81,7 @@ void tell_rule(Story &story, const Host &host, const std::string &part, const br
         story.tell(part, fmt::format("region {} offset {}: missing in the hardware", region.region_id, place->offset));
     else
         story.tell(part,
-                   fmt::format("region {} offset {}: {}", region.region_id, place->offset, rule_text(host, *rule)),
+                   fmt::format("region {} offset {}: {}", region.region_id, place->offset, rule_in_words(host, *rule)),
                    rule->call);
 }
 
@@ -107,7 +102,7 @@ void tell_membership(Story &story, const Host &host, std::uint32_t log_port, std
 {
     const std::string part = fmt::format("in VLAN {}", vlan);
     const sdk::Membership *membership = host.device.vlans.find(log_port, vlan);
-    const bridge_db_log_port_t *record = port_record(host, log_port);
+    const bridge_db_log_port_t *record = log_port_record(host, log_port);
     const unsigned uses = record != nullptr && vlan < BRIDGE_DB_VLAN_REF_CNT_SIZE ? record->vlan_ref_cnt[vlan] : 0;
     const std::string counter = fmt::format("the module counts {} {}", uses, uses == 1 ? "use" : "uses");
     if (membership == nullptr)
@@ -233,7 +228,7 @@ std::string fate(const Host &host, std::uint32_t log_port, std::uint16_t vlan)
 std::vector<Table> unattached(const Host &host, std::uint32_t log_port, std::uint16_t vlan)
 {
     Story story(host, fmt::format("port {} VLAN {}, attached to no bridge", host.names.port(log_port), vlan));
-    const bridge_db_log_port_t *record = port_record(host, log_port);
+    const bridge_db_log_port_t *record = log_port_record(host, log_port);
     if (!host.module.is_started())
         story.tell("module", "not started");
     else if (record == nullptr)
@@ -251,7 +246,7 @@ std::vector<Table> unattached(const Host &host, std::uint32_t log_port, std::uin
 
 std::vector<Table> explanation(const Host &host, std::uint32_t log_port, std::uint16_t vlan)
 {
-    const bridge_db_log_port_t *record = port_record(host, log_port);
+    const bridge_db_log_port_t *record = log_port_record(host, log_port);
     const bridge_db_virtual_port_t *vport = record != nullptr ? record->back_ref_map.find(vlan) : nullptr;
     return vport != nullptr ? attached(host, *vport) : unattached(host, log_port, vlan);
 }

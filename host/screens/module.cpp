@@ -19,11 +19,6 @@ const bridge_db_bridge_t *bridge_record(const Host &host, std::uint16_t bridge_i
     return host.module.is_started() ? (*host.module.bridge_db)->bridge_map.find(bridge_id) : nullptr;
 }
 
-const bridge_db_log_port_t *log_port_record(const Host &host, std::uint32_t log_port)
-{
-    return host.module.is_started() ? (*host.module.bridge_db)->log_port_map.find(log_port) : nullptr;
-}
-
 /// Internal VLANs of a port's bridges, or with 0 of all bridges.
 std::vector<std::uint16_t> int_vlans(const Host &host, std::uint32_t log_port)
 {
@@ -94,7 +89,7 @@ std::string bound_directions(const bridge_db_bridge_t *bridge)
 }
 
 /// A port's VLAN counters that are not 0: "1:1 100:1".
-std::string vlan_uses(const bridge_db_log_port_t *record)
+std::string vlan_counters(const bridge_db_log_port_t *record)
 {
     std::string uses;
     for (int vlan = 0; record != nullptr && vlan < BRIDGE_DB_VLAN_REF_CNT_SIZE; ++vlan)
@@ -148,6 +143,11 @@ void note_state(const Host &host, Table &table)
 }
 
 } // namespace
+
+const bridge_db_log_port_t *log_port_record(const Host &host, std::uint32_t log_port)
+{
+    return host.module.is_started() ? (*host.module.bridge_db)->log_port_map.find(log_port) : nullptr;
+}
 
 Table bridges_screen(const Host &host)
 {
@@ -216,7 +216,7 @@ Table ports_screen(const Host &host)
                    port != nullptr ? fmt::to_string(port->swid) : "", port != nullptr ? attributes(*port) : "",
                    state_in_module(host, log_port), record != nullptr ? fmt::to_string(record->eacl_bound_cnt) : "",
                    fmt::format("{}", fmt::join(int_vlans(host, log_port), " ")), module_acls(host, log_port),
-                   vlan_uses(record)});
+                   vlan_counters(record)});
     }
     return table;
 }

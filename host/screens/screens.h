@@ -14,6 +14,8 @@
 #include "host/output/tables.h"
 #include "sim/live.h"
 
+struct bridge_db_log_port;
+
 namespace host {
 
 /// Keeps the module's log quiet while it lives: screens ask many questions whose answer may be a refusal.
@@ -46,6 +48,9 @@ Table journal_screen(const Host &host, std::size_t last); ///< the last calls
 
 /// The whole story of a pair of port and VLAN, attached to a bridge or not, on several screens.
 std::vector<Table> explanation(const Host &host, std::uint32_t log_port, std::uint16_t vlan);
+
+/// What no query tells of a port; NULL when the module does not know it.
+const bridge_db_log_port *log_port_record(const Host &host, std::uint32_t log_port);
 
 /// The bridge that owns an internal VLAN, by the module's own answer; empty: none.
 std::string bridge_of(const Host &host, std::uint16_t int_vlan);
