@@ -71,6 +71,29 @@ Tag egress_tag(const Header &header, std::uint16_t vlan)
     return tag;
 }
 
+/// Takes the frame of an outcome in, up to the ingress rule, and writes down the steps.
+/// @return why it gets no further; Drop::learning: than to be learned
+Drop take_in(Outcome &outcome)
+{
+    const sdk::Device &device = sdk::device();
+    const sdk::Port *port = device.ports.find(outcome.port);
+    const Drop ready = readiness(port);
+    if (ready == Drop::unknown_port || ready == Drop::link_down)
+        return ready;
+    outcome.state = port->rstp_state;
+    if (ready == Drop::discarding)
+        return ready;
+
+    outcome.vlan = choose_vlan(*outcome.header, *port);
+    if (!outcome.vlan)
+        return Drop::no_vlan;
+    if (device.vlans.find(outcome.port, outcome.vlan->vlan) == nullptr)
+        return Drop::not_member;
+
+    outcome.rule = apply_acl(outcome.port, sdk::Direction::ingress, outcome.vlan->vlan);
+    return ready;
+}
+
 } // namespace
 
 Switch::Switch(std::size_t fdb_limit) : fdb_(fdb_limit)
@@ -81,6 +104,13 @@ Switch::Switch(std::size_t fdb_limit) : fdb_(fdb_limit)
 Switch::~Switch()
 {
     sdk::device().vlans.on_leave = nullptr;
+}
+
+Outcome Switch::arrival(std::uint32_t port, std::uint16_t vlan)
+{
+    Outcome outcome{.port = port, .header = Header{.tag = Tag{.vid = vlan}}};
+    outcome.drop = take_in(outcome);
+    return outcome;
 }
 
 Outcome Switch::forward(std::uint32_t port, BytesView frame)
@@ -109,10 +139,9 @@ const Outcome &Switch::decide(std::uint32_t port, BytesView frame, std::size_t w
     return outcome_;
 }
 
-/// Takes the frame in, up to learning. @return why it is meant for no port at all
+/// @return why the frame is meant for no port at all
 Drop Switch::receive(BytesView frame, std::size_t wire_size)
 {
-    const sdk::Device &device = sdk::device();
     Header header;
     if (const FrameFault fault = parse(frame, header); fault != FrameFault::none)
         return drop_of(fault);
@@ -120,23 +149,11 @@ Drop Switch::receive(BytesView frame, std::size_t wire_size)
         return Drop::oversized;
     outcome_.header = header;
 
-    const sdk::Port *port = device.ports.find(outcome_.port);
-    const Drop ready = readiness(port);
-    if (ready == Drop::unknown_port || ready == Drop::link_down)
-        return ready;
-    outcome_.state = port->rstp_state;
-    if (ready == Drop::discarding)
-        return ready;
-
-    outcome_.vlan = choose_vlan(header, *port);
-    if (!outcome_.vlan)
-        return Drop::no_vlan;
-    if (device.vlans.find(outcome_.port, outcome_.vlan->vlan) == nullptr)
-        return Drop::not_member;
-
-    outcome_.rule = apply_acl(outcome_.port, sdk::Direction::ingress, outcome_.vlan->vlan);
+    const Drop taken_in = take_in(outcome_);
+    if (!outcome_.rule)
+        return taken_in;
     outcome_.learn = learn();
-    return ready == Drop::learning ? ready : relay();
+    return taken_in == Drop::learning ? taken_in : relay();
 }
 
 /// Sends the frame to where its destination is. @return why it is meant for no port at all

@@ -133,6 +133,10 @@ public:
     Switch(const Switch &) = delete;
     Switch &operator=(const Switch &) = delete;
 
+    /// What becomes, up to the ingress rule, of frames that come in with a tag of this VLAN. Nothing is counted or
+    /// learned.
+    static Outcome arrival(std::uint32_t port, std::uint16_t vlan);
+
     /// Takes a frame in on a logical port, says what becomes of it, and makes the frames that leave.
     Outcome forward(std::uint32_t port, BytesView frame);
 

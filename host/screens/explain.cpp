@@ -204,21 +204,25 @@ std::vector<Table> attached(const Host &host, const bridge_db_virtual_port_t &vp
 /// What becomes of a frame that comes in with this VLAN though the pair is attached to no bridge.
 std::string fate(const Host &host, std::uint32_t log_port, std::uint16_t vlan)
 {
-    const sdk::Port *port = host.device.ports.find(log_port);
-    if (port == nullptr)
+    const sim::Outcome arrival = sim::Switch::arrival(log_port, vlan);
+    switch (arrival.drop) {
+    case sim::Drop::unknown_port:
         return "none comes in: the device has no such port";
-    if (!port->link_up)
+    case sim::Drop::link_down:
         return "none comes in: the link is down";
-    if (port->rstp_state == sdk::RstpState::discarding)
+    case sim::Drop::discarding:
         return "dropped: the port's RSTP state is discarding";
-    if (host.device.vlans.find(log_port, vlan) == nullptr)
-        return fmt::format("dropped: the port is no member of VLAN {}", vlan);
-    if (port->rstp_state == sdk::RstpState::learning)
+    case sim::Drop::not_member:
+        return fmt::format("dropped: the port is no member of VLAN {}", arrival.vlan->vlan);
+    case sim::Drop::no_vlan:
+        return "dropped: the port has no PVID";
+    case sim::Drop::learning:
         return "their source is learned, then dropped: the port's RSTP state is learning";
-
-    const sdk::Region *region = host.device.acl.region_of(log_port, sdk::Direction::ingress);
-    if (const auto *match = region != nullptr ? region->rules.first_match(log_port, vlan) : nullptr)
-        return fmt::format("given VLAN {} by the ingress rule at offset {}", match->second.new_vlan, match->first);
+    default:
+        break;
+    }
+    if (arrival.rule->result == sim::RuleStep::Result::hit)
+        return fmt::format("given VLAN {} by the ingress rule at offset {}", arrival.rule->vlan, arrival.rule->offset);
     const std::string bridge = bridge_of(host, vlan);
     if (!bridge.empty())
         return fmt::format("forwarded into bridge {}, whose internal VLAN it is", bridge);
