@@ -304,8 +304,6 @@ ky_status_t __bridge_db_free_virtual_port(bridge_db_virtual_port_t *vport, bridg
     vport->log_port = 0;
     vport->vlan = 0;
     vport->egress_mode = 0;
-    vport->holds_eacl_binding = false;
-    vport->holds_vlans = false;
     vport->ingress_offset = nullptr;
     vport->egress_offset = nullptr;
     bridge_db->virtual_port_pool.put(vport);
