@@ -57,13 +57,12 @@ void serve_commands(const Host &host, Control &control)
         (void)std::raise(SIGTERM); // held, and what the loop waits for
 }
 
-/// Is followed by nothing that needs a privilege, and tells so whoever waits for the switch.
-void begin_forwarding(const Beside &beside, const std::string &where)
+/// Nothing that needs a privilege may follow, and no thread have been made: each would keep its own.
+void give_up_privileges(const Beside &beside)
 {
     if (beside.user)
         beside.control.give_to(beside.user->uid);
     give_up_privileges(beside.user);
-    beside.control.tell("forwarding " + where);
 }
 
 void forward_interfaces(Host &host, const LiveOptions &options, const Beside &beside)
@@ -73,7 +72,8 @@ void forward_interfaces(Host &host, const LiveOptions &options, const Beside &be
         [&host](std::uint32_t log_port) { return host.names.port(log_port); }, options.buffer_megabytes << 20);
     for (const std::string &attachment : options.attachments)
         attach(live, host, attachment);
-    begin_forwarding(beside, fmt::format("between {} interfaces", options.attachments.size()));
+    give_up_privileges(beside);
+    beside.control.tell(fmt::format("forwarding between {} interfaces", options.attachments.size()));
     live.run(beside.stop, beside.control.descriptor(), [&] {
         serve_commands(host, beside.control);
         return true;
@@ -84,8 +84,9 @@ void forward_interfaces(Host &host, const LiveOptions &options, const Beside &be
 
 void forward_ptf(Host &host, const LiveOptions &options, const Beside &beside)
 {
+    give_up_privileges(beside);
     PtfSocket ptf(host, options.ptf, [&beside](const std::string &notice) { beside.control.tell(notice); });
-    begin_forwarding(beside, "at " + options.ptf);
+    beside.control.tell("forwarding at " + options.ptf);
     for (;;) {
         std::array<pollfd, 3> sources = {{{.fd = beside.stop, .events = POLLIN, .revents = 0},
                                           {.fd = beside.control.descriptor(), .events = POLLIN, .revents = 0},

@@ -4,6 +4,8 @@
     ptf_test.py HOST
 """
 import ctypes
+import pathlib
+import re
 import struct
 import subprocess
 import sys
@@ -87,6 +89,9 @@ def start(host, folder):
     for line in process.stdout:
         if line.startswith("forwarding"):
             assert line == f"forwarding at {address}\n", line
+            for thread in pathlib.Path(f"/proc/{process.pid}/task").iterdir():
+                rights = int(re.search(r"CapPrm:\t(\w+)", (thread / "status").read_text())[1], 16)
+                assert rights & ~(1 << 13) == 0, f"{thread} may do more than CAP_NET_RAW: {rights:x}"
             return process, address
     raise AssertionError(f"ended with {process.wait()}")
 
