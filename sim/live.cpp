@@ -176,6 +176,7 @@ void Live::read(Attachment &from)
     for (Attachment *to : queued_)
         to->socket.send();
     queued_.clear();
+    from.socket.end_turn();
 }
 
 /// An event only says that something has changed, and some may have been lost: every interface is asked.
@@ -231,6 +232,12 @@ void Live::tell_missed()
 {
     for (Attachment &attachment : attachments_) {
         attachment.missed_untold += attachment.socket.count_missed();
+        if (attachment.socket.is_ring_stuck()) {
+            attachment.socket.leave_ring();
+            notice_(
+                fmt::format("interface {}: a frame has stopped the kernel's ring; they are read one by one from now on",
+                            attachment.interface.name));
+        }
         if (attachment.missed_untold == 0 || Clock::now() < attachment.told_missed + missed_line_interval)
             continue;
         notice_(fmt::format("interface {} missed {} frames: more came than its buffer of {} MB (--buffer) holds",

@@ -56,47 +56,61 @@ struct Unfinished {
 static_assert(sizeof(Unfinished) == 10);
 
 struct ReceivedFrame {
-    BytesView bytes; ///< with its tag
+    BytesView bytes; ///< with its tag; in front of them stands what is unfinished, as it is sent
     Unfinished unfinished{};
     std::size_t wire_size = 0; ///< bytes of the longest piece that a wire would carry
 };
 
-/// Room for the frames of one turn, shared by the sockets.
+/// Room for the frames of one turn that are too long for a ring's slots, shared by the sockets.
 class ReceiveBuffers {
 public:
     ReceiveBuffers();
-    ReceiveBuffers(const ReceiveBuffers &) = delete;
-    ReceiveBuffers &operator=(const ReceiveBuffers &) = delete;
 
 private:
     friend class PacketSocket;
-    static constexpr std::size_t count = 64;
-
-    struct Slot {
-        std::uint8_t *memory; ///< what is unfinished, addresses, a gap where a tag fits, and what follows them
-        std::array<iovec, 2> parts{};
-        alignas(cmsghdr) std::array<std::uint8_t, 64> control{};
-    };
-    bool read(std::size_t index, ReceivedFrame &frame);
-
     std::unique_ptr<std::uint8_t[]> memory_; // NOLINT(modernize-avoid-c-arrays): 4 MB that nobody need fill with zeros
-    std::array<Slot, count> slots_{};
-    std::array<mmsghdr, count> messages_{};
-    std::vector<ReceivedFrame> frames_; ///< of the last turn
+    std::vector<ReceivedFrame> frames_;      ///< of the last turn
+};
+
+/// Slots in memory that is shared with the kernel, which puts each frame into one on the processor where it arrives.
+class ReceiveRing {
+public:
+    /// @param socket the packet socket whose frames go into it @param size in bytes, rounded up. Throws SocketError.
+    ReceiveRing(int socket, std::size_t size);
+    ~ReceiveRing();
+    ReceiveRing(const ReceiveRing &) = delete;
+    ReceiveRing &operator=(const ReceiveRing &) = delete;
+
+    bool has_frame() const;
+    std::uint8_t *take(); ///< the slot of the next frame, which there must be
+    void give_back();     ///< all slots that were taken
+    std::size_t size() const;
+
+private:
+    std::uint8_t *slot(std::size_t index) const;
+    std::size_t after(std::size_t index) const { return index + 1 == slots_ ? 0 : index + 1; }
+
+    int socket_;
+    std::size_t slots_;
+    std::uint8_t *memory_ = nullptr;
+    std::size_t next_ = 0;  ///< to take
+    std::size_t taken_ = 0; ///< first that was not given back
 };
 
 class PacketSocket {
 public:
     /// Opens a socket that is not bound to an interface yet. Throws SocketError.
-    /// @param buffer_size bytes of the kernel's memory that frames may take until they are read
+    /// @param buffer_size bytes of the kernel's memory that frames may take until they are read: half is the ring's
+    ///                    from now on, half for frames that are too long for its slots
     explicit PacketSocket(std::size_t buffer_size);
 
     /// Receives from an interface from here on. A socket can be bound again. Throws SocketError.
     /// @param index the kernel's number of the interface
     void bind(unsigned index);
 
-    /// Takes the frames that have arrived, up to a turn's. @return valid until the next turn of any socket
+    /// Takes the frames that have arrived, up to a turn's. @return valid until the turn ends
     std::span<const ReceivedFrame> receive(ReceiveBuffers &buffers);
+    void end_turn();
 
     /// Puts a frame into the batch that is sent next; its bytes must stay until then.
     /// @param header the frame's own @param tag with which it leaves
@@ -104,9 +118,15 @@ public:
     bool has_queued() const { return queued_ != 0; }
     void send();
 
-    int descriptor() const { return socket_.get(); }
-    std::size_t buffer_size() const; ///< that the kernel allows
-    std::uint64_t count_missed();    ///< brings the counter up to date; @return frames missed since the last time
+    int descriptor() const { return receiver_.get(); } ///< readable: frames to receive
+    std::size_t buffer_size() const;                   ///< that the kernel allows
+    std::uint64_t count_missed(); ///< brings the counter up to date; @return frames missed since the last time
+
+    /// A frame that the virtio-net header cannot describe, such as a long SCTP packet, stops the ring of some kernels
+    /// for good. count_missed notices: frames are dropped although the ring is empty, and none came in between.
+    bool is_ring_stuck() const { return is_ring_stuck_; }
+    void leave_ring(); ///< frames are read one by one from here on
+
     const InterfaceCounters &counters() const { return counters_; }
 
 private:
@@ -117,8 +137,13 @@ private:
         std::array<iovec, 3> parts{};                             ///< head, the frame's rest, padding
     };
 
-    Descriptor socket_;
+    Descriptor receiver_;
+    Descriptor sender_; ///< of its own: nobody waits for it, so the kernel need not tell of each frame that has left
+    std::optional<ReceiveRing> ring_;
+    bool is_ring_stuck_ = false;
     InterfaceCounters counters_;
+    std::uint64_t taken_since_count_ = 0; ///< frames, since what was missed was last counted
+    std::uint64_t missed_long_ = 0;       ///< of them: too long for their slots, when there was no other room
     std::size_t queued_ = 0;
     std::array<Outgoing, batch> outgoing_{};
     std::array<mmsghdr, batch> messages_{};
