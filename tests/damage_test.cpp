@@ -1,5 +1,7 @@
 // A database that does not agree with itself, which only a fault of the process can bring about: every guard refuses
 // with its status and its line, and what it refused is done when the damage is mended.
+#include <tuple>
+
 #include "bridge/acl.h"
 #include "host/screens/consistency.h"
 #include "support/module_fixture.h"
@@ -64,6 +66,7 @@ TEST_F(DamageTest, MissingRecords)
     count = 4;
     EXPECT_EQ(__bridge_db_get_int_vlan_list(vlans, &count), KY_STATUS_ERROR);
     --bridge_db->int_vlan_map.map.count;
+    EXPECT_EQ(take_lines(), Lines{"error: Could not find bridge_id(7) in bridge_db.\n"});
     expect_consistent();
     ASSERT_EQ(remove(id, port_a, 100), 0U);
     bridge_db_int_vlan_t *const vlan = bridge_db->int_vlan_map.remove(bridge->int_vlan);
@@ -118,6 +121,32 @@ TEST_F(DamageTest, AnotherModeOfBridges)
     EXPECT_EQ(bridge->egress_rule_ref_cnt, 1U);
     EXPECT_EQ(remove(id, port_a, 100), 0U);
     expect_consistent();
+}
+
+// Whoever still holds a record that was given back finds nothing in it.
+TEST_F(DamageTest, FreedRecordsHoldNothing)
+{
+    vport->egress_mode = 1;
+    ASSERT_EQ(remove(id, port_a, 100), 0U);
+    EXPECT_EQ(std::tie(vport->bridge_id, vport->log_port, vport->vlan, vport->egress_mode), std::tuple(0, 0, 0, 0));
+    EXPECT_EQ(std::tie(vport->ingress_offset, vport->egress_offset), std::tuple(nullptr, nullptr));
+
+    port->swid = 1;
+    port->eacl_bound_cnt = 1;
+    port->eacl_region = &bridge_db->egress_region;
+    EXPECT_EQ(__bridge_db_free_log_port(port_a), 0U);
+    EXPECT_EQ(std::tie(port->log_port, port->swid, port->eacl_bound_cnt), std::tuple(0, 0, 0));
+    EXPECT_EQ(std::tie(port->eacl_region, port->vlan_ref_cnt), std::tuple(nullptr, nullptr));
+
+    bridge->ref_cnt = bridge->is_internal = bridge->egress_rule_ref_cnt = 1;
+    bridge->acl_bound[KY_ACL_DIRECTION_INGRESS] = bridge->acl_bound[KY_ACL_DIRECTION_EGRESS] = 1;
+    bridge->vlan_group = 1;
+    EXPECT_EQ(__bridge_db_free_int_vlan(&bridge->int_vlan), 0U);
+    EXPECT_EQ(__bridge_db_free_bridge(bridge), 0U);
+    EXPECT_EQ(std::tie(bridge->int_vlan, bridge->ref_cnt, bridge->is_internal, bridge->egress_rule_ref_cnt),
+              std::tuple(0, 0, 0, 0));
+    EXPECT_EQ(bridge->acl_bound[KY_ACL_DIRECTION_INGRESS] + bridge->acl_bound[KY_ACL_DIRECTION_EGRESS], 0U);
+    EXPECT_EQ(bridge->vlan_group, KY_VLAN_GROUP_NONE);
 }
 
 // What goes wrong behind steps that were done has them undone.
