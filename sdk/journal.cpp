@@ -43,9 +43,8 @@ std::string_view name(Service service)
 std::optional<Service> find_service(std::string_view name)
 {
     const auto *const found = std::find(service_names.begin(), service_names.end(), name);
-    if (found == service_names.end()) {
+    if (found == service_names.end())
         return std::nullopt;
-    }
     return static_cast<Service>(found - service_names.begin());
 }
 
@@ -54,9 +53,8 @@ std::optional<Service> find_service(std::string_view name)
 void Journal::keep(std::size_t calls)
 {
     capacity_ = calls;
-    while (calls_.size() > capacity_) {
+    while (calls_.size() > capacity_)
         calls_.pop_front();
-    }
 }
 
 const Call *Journal::find(std::uint64_t number) const
@@ -75,18 +73,16 @@ void Journal::clear()
 
 bool Faults::fail(Service service, unsigned nth, ky_status_t status)
 {
-    if (nth == 0 || service == Service::cl_free) {
+    if (nth == 0 || service == Service::cl_free)
         return false;
-    }
     planned_.push_back({service, nth, status});
     return true;
 }
 
 bool Faults::fail_any(unsigned nth, ky_status_t status)
 {
-    if (nth == 0) {
+    if (nth == 0)
         return false;
-    }
     planned_.push_back({std::nullopt, nth, status});
     return true;
 }
@@ -98,9 +94,8 @@ void Faults::clear()
 
 std::optional<ky_status_t> Faults::take(Service service)
 {
-    if (planned_.empty() || service == Service::cl_free) {
+    if (planned_.empty() || service == Service::cl_free)
         return std::nullopt;
-    }
     std::optional<ky_status_t> answer;
     for (auto planned = planned_.begin(); planned != planned_.end();) {
         const bool concerned = !planned->service || *planned->service == service;
@@ -149,22 +144,19 @@ void Recorder::finish(ky_status_t status)
 {
     Journal &journal = device().journal;
     journal.depth_ = depth_;
-    if (!call_) {
+    if (!call_)
         return;
-    }
     call_->returned.assign(record_.begin(), record_.end());
     call_->result = result_;
     call_->status = status;
     call_->planned = fault_.has_value();
-    if (device().on_call) {
+    if (device().on_call)
         device().on_call(*call_);
-    }
     if (journal.capacity_ != 0) {
         // Calls that were made inside this one are kept already and belong behind it.
         auto place = journal.calls_.end();
-        while (place != journal.calls_.begin() && std::prev(place)->number > number_) {
+        while (place != journal.calls_.begin() && std::prev(place)->number > number_)
             --place;
-        }
         journal.calls_.insert(place, std::move(*call_));
         journal.keep(journal.capacity_);
     }

@@ -36,16 +36,13 @@ template <typename Number, typename Read>
 ky_status_t serve_get(Service service, ky_access_cmd_t cmd, std::uint64_t of, Number *number, Read read)
 {
     return serve(service, {cmd, of}, [&](Recorder &call) -> ky_status_t {
-        if (cmd != KY_ACCESS_CMD_GET) {
+        if (cmd != KY_ACCESS_CMD_GET)
             return call.refuse_cmd(cmd);
-        }
-        if (!number) {
+        if (number == nullptr)
             return call.refuse(KY_STATUS_PARAM_NULL, "the place for the result is NULL");
-        }
         const std::optional<Number> value = read();
-        if (!value) {
+        if (!value)
             return KY_STATUS_ENTRY_NOT_FOUND;
-        }
         *number = *value;
         call.set_result(*value);
         return KY_STATUS_SUCCESS;
@@ -58,7 +55,7 @@ ky_status_t serve_port_get(Service service, ky_access_cmd_t cmd, std::uint32_t l
 {
     return serve_get(service, cmd, log_port, number, [&]() -> std::optional<Number> {
         const Port *port = device().ports.find(log_port);
-        return port ? std::optional<Number>(read(*port)) : std::nullopt;
+        return port != nullptr ? std::optional<Number>(read(*port)) : std::nullopt;
     });
 }
 
@@ -75,7 +72,7 @@ ky_status_t port_db_check_port_mode_router_port(uint32_t log_port)
 {
     return serve(Service::port_db_check_port_mode_router_port, {log_port}, [=](Recorder &) -> ky_status_t {
         const Port *port = device().ports.find(log_port);
-        return port && port->router_port ? KY_STATUS_SUCCESS : KY_STATUS_ENTRY_NOT_FOUND;
+        return port != nullptr && port->router_port ? KY_STATUS_SUCCESS : KY_STATUS_ENTRY_NOT_FOUND;
     });
 }
 
@@ -94,9 +91,8 @@ ky_status_t port_lag_member_state_get(ky_access_cmd_t cmd, uint32_t log_port, ui
 ky_status_t sdk_validate_swid(unsigned int swid)
 {
     return serve(Service::swid_validation, {swid}, [=](Recorder &call) -> ky_status_t {
-        if (swid > 255) {
+        if (swid > 255)
             return call.refuse(KY_STATUS_PARAM_EXCEEDS_RANGE, "SWID {} is above 255", swid);
-        }
         return device().bridge_swids.contains(static_cast<std::uint8_t>(swid)) ? KY_STATUS_SUCCESS
                                                                                : KY_STATUS_PARAM_ERROR;
     });
@@ -120,21 +116,17 @@ ky_status_t rstp_port_state_get(ky_access_cmd_t cmd, uint32_t log_port, uint32_t
 // NOLINTNEXTLINE(readability-non-const-parameter)
 ky_status_t rstp_port_state_set(ky_access_cmd_t cmd, uint32_t log_port, uint32_t *state)
 {
-    const std::uint32_t wanted = state ? *state : 0;
+    const std::uint32_t wanted = state != nullptr ? *state : 0;
     return serve(Service::rstp_port_state_set, {cmd, log_port, wanted}, [=](Recorder &call) -> ky_status_t {
-        if (cmd != KY_ACCESS_CMD_SET) {
+        if (cmd != KY_ACCESS_CMD_SET)
             return call.refuse_cmd(cmd);
-        }
-        if (!state) {
+        if (state == nullptr)
             return call.refuse(KY_STATUS_PARAM_NULL, "the state is NULL");
-        }
-        if (wanted > static_cast<std::uint32_t>(sdk::RstpState::forwarding)) {
+        if (wanted > static_cast<std::uint32_t>(sdk::RstpState::forwarding))
             return call.refuse(KY_STATUS_PARAM_EXCEEDS_RANGE, "state {} is above 2", wanted);
-        }
         Port *port = device().ports.find(log_port);
-        if (!port) {
+        if (port == nullptr)
             return KY_STATUS_ENTRY_NOT_FOUND;
-        }
         port->rstp_state = static_cast<sdk::RstpState>(wanted);
         port->rstp_call = call.number();
         return KY_STATUS_SUCCESS;
@@ -146,9 +138,8 @@ ky_status_t bridge_port_set(ky_access_cmd_t cmd, uint16_t bridge_id, uint32_t lo
 {
     return serve(Service::bridge_port_set, {cmd, bridge_id, log_port, vlan, egress_mode, is_internal},
                  [=](Recorder &) -> ky_status_t {
-                     if (!device().bridge_port_set) {
+                     if (!device().bridge_port_set)
                          return KY_STATUS_PARAM_ERROR;
-                     }
                      return device().bridge_port_set(cmd, bridge_id, log_port, vlan, egress_mode, is_internal);
                  });
 }

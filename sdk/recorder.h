@@ -58,9 +58,8 @@ public:
     template <typename Record> bool same(const Record &sent, const Record &expected)
     {
         static_assert(std::has_unique_object_representations_v<Record>, "padding cannot be compared");
-        if (std::memcmp(&sent, &expected, sizeof(Record)) == 0) {
+        if (std::memcmp(&sent, &expected, sizeof(Record)) == 0)
             return true;
-        }
         report_difference(bytes_of(&sent), bytes_of(&expected));
         return false;
     }
@@ -91,9 +90,9 @@ template <typename Record, typename Body>
 ky_status_t serve_record(Service service, std::initializer_list<std::uint64_t> arguments, Record *record, Body &&body,
                          std::size_t size = sizeof(Record))
 {
-    const Bytes bytes = record ? Bytes(reinterpret_cast<const std::uint8_t *>(record), size) : Bytes();
+    const Bytes bytes = record != nullptr ? Bytes(reinterpret_cast<const std::uint8_t *>(record), size) : Bytes();
     return Recorder(service, arguments, bytes).answer([&](Recorder &call) {
-        return record ? body(call, *record) : call.refuse(KY_STATUS_PARAM_NULL, "the record is NULL");
+        return record != nullptr ? body(call, *record) : call.refuse(KY_STATUS_PARAM_NULL, "the record is NULL");
     });
 }
 

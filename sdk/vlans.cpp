@@ -13,16 +13,13 @@ void VlanModule::join(std::uint32_t log_port, std::uint16_t vlan, std::uint32_t 
 bool VlanModule::leave(std::uint32_t log_port, std::uint16_t vlan)
 {
     const auto ports = members_.find(vlan);
-    if (ports == members_.end() || ports->second.erase(log_port) == 0) {
+    if (ports == members_.end() || ports->second.erase(log_port) == 0)
         return false;
-    }
     by_port_and_vlan_.erase(key(log_port, vlan));
-    if (ports->second.empty()) {
+    if (ports->second.empty())
         members_.erase(ports);
-    }
-    if (on_leave) {
+    if (on_leave)
         on_leave(log_port, vlan);
-    }
     return true;
 }
 
@@ -47,24 +44,20 @@ ky_status_t check_entry(Recorder &call, const ky_vlan_entry_t &entry)
         return call.refuse(KY_STATUS_PARAM_ERROR, "bytes 2 and 3 of an entry are 0x{:04X}, expected 0",
                            entry.reserved_2);
     }
-    if (entry.vlan > KY_VLAN_ID_MAX) {
+    if (entry.vlan > KY_VLAN_ID_MAX)
         return call.refuse(KY_STATUS_PARAM_EXCEEDS_RANGE, "VLAN {} is above {}", entry.vlan, +KY_VLAN_ID_MAX);
-    }
-    if (entry.mode > KY_EGRESS_MODE_UNTAGGED) {
+    if (entry.mode > KY_EGRESS_MODE_UNTAGGED)
         return call.refuse(KY_STATUS_PARAM_EXCEEDS_RANGE, "mode {} of VLAN {} is above 1", entry.mode, entry.vlan);
-    }
     return KY_STATUS_SUCCESS;
 }
 
 /// Joins all of the VLANs or none. A port may join again, with the same mode or another.
 ky_status_t join_all(const Recorder &call, std::uint32_t log_port, std::span<const ky_vlan_entry_t> entries)
 {
-    if (!device().ports.find(log_port)) {
+    if (device().ports.find(log_port) == nullptr)
         return KY_STATUS_ENTRY_NOT_FOUND;
-    }
-    for (const ky_vlan_entry_t &entry : entries) {
+    for (const ky_vlan_entry_t &entry : entries)
         device().vlans.join(log_port, entry.vlan, entry.mode, call.number());
-    }
     return KY_STATUS_SUCCESS;
 }
 
@@ -77,9 +70,8 @@ ky_status_t leave_all(Recorder &call, std::uint32_t log_port, std::span<const ky
                                entry.vlan);
         }
     }
-    for (const ky_vlan_entry_t &entry : entries) {
+    for (const ky_vlan_entry_t &entry : entries)
         device().vlans.leave(log_port, entry.vlan);
-    }
     return KY_STATUS_SUCCESS;
 }
 
@@ -91,21 +83,16 @@ ky_status_t vlan_port_multi_vlans_set(ky_access_cmd_t cmd, uint32_t log_port, ui
     // Only a count that is allowed may be believed.
     const std::size_t readable = count <= 2 ? count : 0;
     const auto set = [=](sdk::Recorder &call, const ky_vlan_entry_t &first) {
-        if (cmd != KY_ACCESS_CMD_ADD && cmd != KY_ACCESS_CMD_DELETE) {
+        if (cmd != KY_ACCESS_CMD_ADD && cmd != KY_ACCESS_CMD_DELETE)
             return call.refuse_cmd(cmd);
-        }
-        if (readable == 0) {
+        if (readable == 0)
             return call.refuse(KY_STATUS_PARAM_EXCEEDS_RANGE, "{} entries passed, expected 1 or 2", count);
-        }
         const std::span<const ky_vlan_entry_t> list(&first, readable);
-        for (const ky_vlan_entry_t &entry : list) {
-            if (const ky_status_t status = sdk::check_entry(call, entry)) {
+        for (const ky_vlan_entry_t &entry : list)
+            if (const ky_status_t status = sdk::check_entry(call, entry))
                 return status;
-            }
-        }
-        if (list.front().vlan == list.back().vlan && list.size() == 2) {
+        if (list.front().vlan == list.back().vlan && list.size() == 2)
             return call.refuse(KY_STATUS_PARAM_ERROR, "VLAN {} is listed twice", first.vlan);
-        }
         return cmd == KY_ACCESS_CMD_ADD ? sdk::join_all(call, log_port, list) : sdk::leave_all(call, log_port, list);
     };
     return sdk::serve_record(sdk::Service::vlan_port_multi_vlans_set, {cmd, log_port, count}, entries, set,
