@@ -45,7 +45,13 @@ bool Mac::is_reserved() const
 
 std::string Mac::text() const
 {
-    return fmt::format("{:02x}", fmt::join(bytes, ":"));
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text = "00:00:00:00:00:00"; // by hand: a full database shows thousands while frames wait
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        text[3 * i] = digits[bytes[i] >> 4];
+        text[3 * i + 1] = digits[bytes[i] & 0xF];
+    }
+    return text;
 }
 
 std::optional<Mac> parse_mac(std::string_view text)

@@ -62,16 +62,15 @@ std::string Table::text(bool bold) const
         widths.push_back(width);
     }
     const auto add_line = [&](const auto &cell_of) {
-        std::string line;
         for (std::size_t column = 0; column < columns_.size(); ++column) {
             const std::string &cell = cell_of(column);
             const std::size_t padding = widths[column] - cell.size();
-            line.append(columns_[column].align == Align::left ? 2 : 2 + padding, ' ');
-            line += cell;
-            line.append(columns_[column].align == Align::left ? padding : 0, ' ');
+            text.append(columns_[column].align == Align::left ? 2 : 2 + padding, ' ');
+            text += cell;
+            text.append(columns_[column].align == Align::left ? padding : 0, ' ');
         }
-        line.erase(line.find_last_not_of(' ') + 1);
-        text += line + '\n';
+        text.erase(text.find_last_not_of(' ') + 1);
+        text += '\n';
     };
     add_line([&](std::size_t column) -> const std::string & { return columns_[column].heading; });
     for (const auto &row : rows_)
