@@ -226,10 +226,15 @@ Result advance_clock(Host &host, const Arguments &arguments)
     return {KY_STATUS_SUCCESS, fmt::format("{} s have passed", arguments.number("SECONDS"))};
 }
 
+/// In two parts, as a full database takes milliseconds to list and as many to lay out.
 Result show_fdb(Host &host, const Arguments &)
 {
-    host.show(fdb_screen(host));
-    return {};
+    Result listed;
+    listed.rest = [&host, screen = std::make_shared<Table>(fdb_screen(host))] {
+        host.show(*screen);
+        return Result{};
+    };
+    return listed;
 }
 
 Result show_counters(Host &host, const Arguments &)
