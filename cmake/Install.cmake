@@ -5,6 +5,7 @@
 #             who develop without a switch   host      the host program
 #   conform   the contract kit               conform_dev  what builds against that
 #   doc       guide and reference            python       the package for Python
+#   recorder  the recorder, preloaded         record    the program for recordings
 #
 # debian/ makes packages of them.
 include(CMakePackageConfigHelpers)
@@ -84,6 +85,18 @@ if(KYBRIDGE_CONFORM)
   install(FILES docs/kybridge-conform.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT conform)
   install(FILES examples/sdk/example_sdk.c
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kybridge-conform/examples COMPONENT conform)
+endif()
+
+# ---- The recorder ---------------------------------------------------------------------------------------
+
+install(TARGETS kyrecord LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT recorder NAMELINK_SKIP)
+if(KYBRIDGE_HOST)
+  install(TARGETS kybridge-record RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT record)
+  install(FILES docs/kybridge-record.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT record)
+  # gdb looks there for what belongs to a library, by its whole path.
+  install(FILES record/gdb/kybridge-gdb.py COMPONENT record
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR}
+    RENAME libkybridge.so.${PROJECT_VERSION}-gdb.py)
 endif()
 
 # ---- Documents ------------------------------------------------------------------------------------------

@@ -22,6 +22,7 @@
 #include "host/run/interpreter.h"
 #include "host/run/live.h"
 #include "host/run/prompt.h"
+#include "host/run/recorded.h"
 #include "host/serve/serve.h"
 #include "sim/descriptor.h"
 #include "sim/live.h"
@@ -41,6 +42,8 @@ struct Options {
     std::string doctor;
     std::string sdk;
     host::LiveOptions live;
+    std::string recording;
+    std::uint64_t until = UINT64_MAX;
     std::uint32_t verbosity = 3;
     bool serve = false;
     bool keep_going = false;
@@ -141,16 +144,20 @@ int run(const Options &options)
         log.emplace(log_file.get(), options.log, &host.err);
         host.log.outlet = &*log;
     }
+    host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
+    const Verdict followed =
+        options.recording.empty() ? host::as_expected : host::follow_recording(host, options.recording, options.until);
+    if (followed == host::wrong_script)
+        return followed;
     host.json = options.json;
     host.trace(options.trace ? host::Tracing::on : host::Tracing::off);
     host.device.log = [&host](const sdk::LogLine &line) { host.write_log(line); };
-    host.module.ky_bridge_log_verbosity_level_set(options.verbosity);
 
     host::TextOutput output(options.serve ? nowhere : host.out, host.err, options.json);
     host.output = &output;
     const host::Files files;
     Interpreter interpreter(host, output, files, options.keep_going);
-    const Verdict verdict = run_files(host, interpreter, files, options);
+    const Verdict verdict = std::max(followed, run_files(host, interpreter, files, options));
     host.device.log = nullptr;
     host.trace(host::Tracing::off);
     bool lost = false;
@@ -200,6 +207,12 @@ int run_command_line(int argc, char **argv)
     app.add_option("--verbosity", options.verbosity,
                    "What the module logs: 0 nothing, 1 errors, 3 notices (the default), 5 debug, 6 function traces")
         ->check(CLI::Range(0, 6));
+    app.add_option("--recording", options.recording,
+                   "Begin where a process was that kybridge-record recorded in this file; scripts and commands go on "
+                   "from there");
+    app.add_option("--until", options.until,
+                   "With --recording: be where the process was after this call, by its number")
+        ->needs("--recording");
     app.add_option("--attach", options.live.attachments,
                    "PORT=INTERFACE: after the scripts, forward real frames between the attached interfaces until "
                    "SIGINT or SIGTERM; commands are taken from standard input meanwhile")

@@ -82,6 +82,26 @@ Result acl_unbind(Host &host, const Arguments &arguments)
     return {KY_STATUS_SUCCESS, bound + " unbound"};
 }
 
+Result next_id(Host &host, const Arguments &arguments)
+{
+    const std::uint32_t number = arguments.number("N");
+    sdk::AclManager &acl = host.device.acl;
+    switch (arguments.number("ACL-OBJECT")) {
+    case 0:
+        acl.next_region_id = number;
+        break;
+    case 1:
+        acl.next_acl_id = number;
+        break;
+    default:
+        if (number == 0 || number >= KY_VLAN_GROUP_NONE)
+            throw ScriptError(fmt::format("{} is no VLAN group: expected 1 to {}", number, KY_VLAN_GROUP_NONE - 1));
+        acl.next_vlan_group = static_cast<std::uint16_t>(number);
+        break;
+    }
+    return {KY_STATUS_SUCCESS, fmt::format("the next {} gets the number {}", arguments.text("ACL-OBJECT"), number)};
+}
+
 Result fail(Host &host, const Arguments &arguments)
 {
     const std::uint32_t service = arguments.number("SERVICE");
@@ -129,6 +149,8 @@ CommandGroup sdk_commands()
              "acl bind north ingress 77", acl_bind},
             {"acl unbind", "PORT SIDE", "Takes a port's binding away, whoever made it", "acl unbind north ingress",
              acl_unbind},
+            {"acl next", "ACL-OBJECT N", "Lets the ACL manager count on from a number, as another one may have counted",
+             "acl next region 7", next_id},
             {"fail", "SERVICE NTH with STATUS",
              "Plans a fault: one of the next calls of a service, or of any, is answered with a status",
              "fail vlan_port_multi_vlans_set next with NO_RESOURCES", fail},

@@ -61,6 +61,7 @@ const Kind &kind(std::string_view name)
         {"POINTER16", "value behind a pointer", number, UINT16_MAX, {{"NULL", 0}}},
         {"ABSENT", "record", words, 0, {{"NULL", 0}}},
         {"SERVICE", "service of the SDK", words, 0, service_names()},
+        {"ACL-OBJECT", "object of the ACL manager", words, 0, {{"region", 0}, {"acl", 1}, {"group", 2}}},
         {"NTH", "position among the next calls", number, UINT32_MAX, {{"next", 1}}, 1},
     };
     for (const Kind &candidate : kinds)

@@ -1,5 +1,5 @@
-/// Names for numbers: those that a script gives to ports and bridges, and those of statuses, commands,
-/// modes and states.
+/// Names for numbers: those that a script gives to ports and bridges. Those of statuses, commands, modes and states
+/// are in record/names.h.
 #ifndef KYBRIDGE_HOST_NAMES_H
 #define KYBRIDGE_HOST_NAMES_H
 
@@ -7,35 +7,27 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "record/names.h"
 
 namespace host {
 
-/// A number that scripts may write, and screens print, as a word.
-struct NamedNumber {
-    std::string name;
-    std::uint32_t number;
-};
-using NamedNumbers = std::vector<NamedNumber>;
-
-const NamedNumbers &status_names();     ///< statuses, "ENTRY_NOT_FOUND"
-const NamedNumbers &access_cmd_names(); ///< access commands, "CREATE"
-const NamedNumbers &sdk_mode_names();   ///< "802.1Q", "802.1D", "hybrid"
-const NamedNumbers &tagging_names();    ///< egress modes, "tagged"
-const NamedNumbers &direction_names();  ///< ACL directions, "ingress"
-const NamedNumbers &learning_names();   ///< learning modes, "off", "auto", "control"
-const NamedNumbers &rstp_names();       ///< RSTP port states, "discarding"
-const NamedNumbers &stp_mode_names();   ///< spanning-tree modes of a SWID, "rstp"
-const NamedNumbers &port_kind_names();  ///< kinds of port, "network", "tca"
-const NamedNumbers &verbosity_names();  ///< levels of the module's log, "notice"
-
-/// The number's word, or the number itself.
-std::string name_of(const NamedNumbers &names, std::uint32_t number);
-std::optional<std::uint32_t> number_of(const NamedNumbers &names, std::string_view name);
-
-/// "22 ENTRY_ALREADY_EXISTS", or the number alone when no status of this SDK has it.
-std::string status_text(std::uint32_t status);
+using record::access_cmd_names;
+using record::direction_names;
+using record::learning_names;
+using record::name_of;
+using record::NamedNumber;
+using record::NamedNumbers;
+using record::number_of;
+using record::port_kind_names;
+using record::rstp_names;
+using record::sdk_mode_names;
+using record::status_names;
+using record::status_text;
+using record::stp_mode_names;
+using record::tagging_names;
+using record::verbosity_names;
 
 /// Names of one kind of thing, one name for each number and one number for each name.
 class NameBook {

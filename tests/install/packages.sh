@@ -12,8 +12,8 @@ done
 
 rm -rf "$into"
 "$source/tools/packages" "$into" "$build"
-for package in libkybridge1 libkybridge-dev libkysdk1 libkysdk-dev libkybridge-doc kybridge-host libkyconform1 libkyconform-dev \
-    kybridge-conform python3-kybridge libkybridge1-dbgsym; do
+for package in libkybridge1 libkybridge-dev libkysdk1 libkysdk-dev libkybridge-doc kybridge-host libkyrecord1 \
+    kybridge-record libkyconform1 libkyconform-dev kybridge-conform python3-kybridge libkybridge1-dbgsym; do
     dpkg-deb -f "$into/$package"_*.deb Package Version Depends Multi-Arch
 done
 # The files that lintian forgets stay out of everybody's way.

@@ -48,6 +48,10 @@ if /usr/bin/python3 -c 'import pytest, scapy' 2>"$work/python"; then
     (cd "$work" && /usr/bin/python3 -m pytest -q -p no:cacheprovider test_readme.py)
 fi
 
+# The recorder and the module are found where they are installed.
+kybridge-record run -o "$work/recording" -- kybridge-host --verbosity 0 "$script" >"$work/output"
+kybridge-record check "$work/recording" | grep -F "no difference"
+
 # Nothing tells where the files are.
 cat >"$work/version.c" <<'END'
 #include <kybridge/ky_bridge.h>
