@@ -125,13 +125,13 @@ public:
 
     std::uint8_t *put_sent(std::uint8_t *at)
     {
-        return put_all(at, [this]<std::size_t I>(std::uint8_t *to) { return put_one_sent<I>(to); });
+        return put_all(at, [&]<std::size_t I>(std::uint8_t *to) { return put_one_sent<I>(to); });
     }
 
     /// @param succeeded whether what is only answered is worth anything
     std::uint8_t *put_answered(std::uint8_t *at, bool succeeded)
     {
-        return put_all(at, [=, this]<std::size_t I>(std::uint8_t *to) { return put_one_answered<I>(to, succeeded); });
+        return put_all(at, [&]<std::size_t I>(std::uint8_t *to) { return put_one_answered<I>(to, succeeded); });
     }
 
 private:

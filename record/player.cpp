@@ -127,6 +127,9 @@ PlayedModule load(const std::string &file)
 
 // ---- The player --------------------------------------------------------------------------------------------------
 
+/// The arguments of a service, in their order; the rest is 0.
+using Words = std::array<std::uint64_t, arguments_max>;
+
 class Player {
 public:
     explicit Player(const std::string &module) : module_(load(module)) {}
@@ -135,7 +138,7 @@ public:
     bool play(const RecordedCall &recorded);
 
     /// A service, on behalf of the module. @return its answer
-    std::uint64_t serve(Service service, const std::uint64_t *words);
+    std::uint64_t serve(Service service, const Words &words);
     void log(std::uint32_t severity, const char *module, const std::string &text);
 
     const std::string &difference() const { return difference_; } ///< in words
@@ -153,8 +156,8 @@ private:
     void play_call(const RecordedCall &recorded, const std::string &number);
     const RecordedCall *take_inner(const RecordedCall &now);
     void compare_sent(const RecordedCall &recorded, const RecordedCall &now);
-    RecordedCall as_called(Kind kind, std::uint8_t number, const Callable &callable, const std::uint64_t *words);
-    std::uint64_t write_answers(const RecordedCall &recorded, const std::uint64_t *words);
+    RecordedCall as_called(Kind kind, std::uint8_t number, const Callable &callable, const Words &words);
+    std::uint64_t write_answers(const RecordedCall &recorded, const Words &words);
     void keep_callback(ky_adviser_callback_t callback);
     void differs(const std::string &place, const std::string &text);
 
@@ -176,7 +179,7 @@ void Player::differs(const std::string &place, const std::string &text)
 }
 
 /// A call as the module makes it now, in the form of a recorded one.
-RecordedCall Player::as_called(Kind kind, std::uint8_t number, const Callable &callable, const std::uint64_t *words)
+RecordedCall Player::as_called(Kind kind, std::uint8_t number, const Callable &callable, const Words &words)
 {
     RecordedCall now;
     now.kind = kind;
@@ -248,7 +251,7 @@ void Player::compare_sent(const RecordedCall &recorded, const RecordedCall &now)
 }
 
 /// Writes what the service wrote then. @return what it answered
-std::uint64_t Player::write_answers(const RecordedCall &recorded, const std::uint64_t *words)
+std::uint64_t Player::write_answers(const RecordedCall &recorded, const Words &words)
 {
     for (std::size_t i = 0; i < recorded.answered.size(); ++i) {
         const Argument &argument = recorded.callable->arguments[i];
@@ -284,7 +287,7 @@ void Player::keep_callback(ky_adviser_callback_t callback)
         module_.callbacks.push_back(callback);
 }
 
-std::uint64_t Player::serve(Service service, const std::uint64_t *words)
+std::uint64_t Player::serve(Service service, const Words &words)
 {
     const auto number = static_cast<std::uint8_t>(service);
     const RecordedCall now = as_called(Kind::service, number, services[number], words);
@@ -406,7 +409,7 @@ bool Player::play(const RecordedCall &recorded)
 
 template <typename Answer, typename... Arguments> Answer serve(Service service, Arguments... arguments)
 {
-    const std::uint64_t words[] = {to_word(plain(arguments))..., 0};
+    const Words words = {to_word(plain(arguments))...};
     const std::uint64_t answer = player->serve(service, words);
     if constexpr (!std::is_void_v<Answer>)
         return from_word<Answer>(answer);
