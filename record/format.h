@@ -15,7 +15,7 @@ namespace record::format {
 
 inline constexpr char magic[8] = {'K', 'Y', 'R', 'E', 'C', 'O', 'R', 'D'};
 inline constexpr std::uint32_t version = 1;
-inline constexpr std::size_t chunk_size = 256 * 1024;
+inline constexpr std::size_t chunk_size = 256 << 10;
 inline constexpr std::size_t first_chunk = 4096; ///< where the first chunk begins
 inline constexpr unsigned lanes_max = 8;         ///< calls of different threads that can be recorded at once
 

@@ -276,7 +276,7 @@ constexpr Callable describe(std::string_view name, std::string_view names, Shape
         names.remove_prefix(i + 1 < sizeof...(Arguments) ? one.size() + 2 : one.size());
         const std::size_t bracket = one.find('(');
         Argument &argument = callable.arguments[i];
-        argument.name = bracket == one.npos ? one : one.substr(bracket + 1, one.size() - bracket - 2);
+        argument.name = bracket == std::string_view::npos ? one : one.substr(bracket + 1, one.size() - bracket - 2);
     }
     return callable;
 }

@@ -73,8 +73,8 @@ int run(const Options &options)
         fmt::print(stderr, "kybridge-record: {}: {}\n", options.command.front(), std::strerror(reason));
         _exit(reason == ENOENT ? 127 : 126); // as a shell has it
     }
-    signal(SIGINT, SIG_IGN); // for the command to deal with
-    signal(SIGQUIT, SIG_IGN);
+    static_cast<void>(signal(SIGINT, SIG_IGN)); // for the command to deal with
+    static_cast<void>(signal(SIGQUIT, SIG_IGN));
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
@@ -89,8 +89,8 @@ int run(const Options &options)
             fmt::print(stderr, "kybridge-record: the recording stopped at its limit of {} MB\n", options.limit);
     }
     if (WIFSIGNALED(status)) { // end as the command did
-        signal(WTERMSIG(status), SIG_DFL);
-        raise(WTERMSIG(status));
+        static_cast<void>(signal(WTERMSIG(status), SIG_DFL));
+        static_cast<void>(raise(WTERMSIG(status)));
         return 128 + WTERMSIG(status);
     }
     return WEXITSTATUS(status);
@@ -112,9 +112,7 @@ record::Selection selection_of(const std::string &calls, bool failed)
     return selection;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int run_command_line(int argc, char **argv)
 {
     CLI::App app("Makes recordings of the bridge module in a process, and shows, counts and plays them back.",
                  "kybridge-record");
@@ -172,8 +170,17 @@ int main(int argc, char **argv)
     } catch (const record::RecordingError &error) {
         fmt::print(stderr, "kybridge-record: {}: {}\n", options.file, error.what());
         return wrong_usage;
-    } catch (const std::exception &error) {
-        fmt::print(stderr, "kybridge-record: {}\n", error.what());
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return run_command_line(argc, argv);
+    } catch (const std::exception &error) { // memory that is not to be had, output that cannot be written
+        static_cast<void>(std::fprintf(stderr, "kybridge-record: %s\n", error.what()));
         return wrong_usage;
     }
 }

@@ -27,7 +27,7 @@ using Kind = format::Kind;
 template <typename T> T from_word(std::uint64_t word)
 {
     if constexpr (std::is_pointer_v<T>)
-        return reinterpret_cast<T>(static_cast<std::uintptr_t>(word));
+        return reinterpret_cast<T>(static_cast<std::uintptr_t>(word)); // NOLINT(performance-no-int-to-ptr): it was one
     else
         return static_cast<T>(word);
 }
@@ -436,7 +436,7 @@ void ky_log(uint32_t severity, const char *module, const char *format, ...) // N
     std::array<char, 4096> text{};
     std::va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text.data(), text.size(), format, arguments);
+    static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));
     va_end(arguments);
     player->log(severity, module, text.data());
 }

@@ -207,7 +207,7 @@ std::string Translator::command_of(const RecordedCall &call)
     const auto name = [](const NamedNumbers &names, std::uint64_t number) {
         return name_of(names, static_cast<std::uint32_t>(number));
     };
-    const std::string any = fmt::format("call {} {}", call.callable->name, arguments_by_name(call));
+    std::string any = fmt::format("call {} {}", call.callable->name, arguments_by_name(call));
     switch (static_cast<Function>(call.number)) {
     case Function::ky_bridge_init: {
         if (call.sent[0].is_null)

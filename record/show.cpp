@@ -143,7 +143,7 @@ std::string Narrator::service_words(const RecordedCall &call)
         }
     }
     wanted.arguments = numbers;
-    if (call.is(Service::utils_clr_memory_get) && call.answered.size() > 0 && call.answered[0])
+    if (call.is(Service::utils_clr_memory_get) && !call.answered.empty() && call.answered[0])
         block_sizes_[call.answered[0]->number] = numbers[0] * numbers[1];
     if (call.is(Service::cl_malloc))
         block_sizes_[call.answer] = numbers[0];
