@@ -67,6 +67,12 @@ void Host::write_log(const std::string &text)
         err.flush();
 }
 
+sim::Mac station_at(std::uint32_t log_port)
+{
+    const auto byte = [log_port](unsigned shift) { return static_cast<std::uint8_t>(log_port >> shift); };
+    return {{0x02, 0x00, byte(24), byte(16), byte(8), byte(0)}};
+}
+
 const sim::Outcome &Host::send(std::uint32_t log_port, sim::BytesView frame)
 {
     ++frames_sent;

@@ -49,6 +49,9 @@ enum class Tracing : std::uint8_t {
     changes ///< not those that only ask, unless a planned fault answers them
 };
 
+/// A hardware address for a port, or for the station behind it, where nobody gave one: 02:00 and the port's number.
+sim::Mac station_at(std::uint32_t log_port);
+
 /// The loaded module, the device under it, and what scripts have named and remembered.
 struct Host {
     Module module;

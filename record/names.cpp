@@ -135,7 +135,7 @@ std::optional<std::uint32_t> number_of(const NamedNumbers &names, std::string_vi
     return found != names.end() ? std::optional(found->number) : std::nullopt;
 }
 
-std::string status_text(std::uint32_t status)
+std::string numbered_status(std::uint32_t status)
 {
     const std::string name = name_of(status_names(), status);
     const std::string number = fmt::to_string(status);

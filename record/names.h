@@ -33,7 +33,7 @@ std::string name_of(const NamedNumbers &names, std::uint32_t number);
 std::optional<std::uint32_t> number_of(const NamedNumbers &names, std::string_view name);
 
 /// "22 ENTRY_ALREADY_EXISTS", or the number alone when no status of this SDK has it.
-std::string status_text(std::uint32_t status);
+std::string numbered_status(std::uint32_t status);
 
 } // namespace record
 

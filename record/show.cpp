@@ -89,7 +89,7 @@ std::string status_words(const RecordedCall &call)
 {
     if (!call.is_complete)
         return " -> not finished";
-    return call.answer != 0 ? " -> " + status_text(static_cast<std::uint32_t>(call.answer)) : "";
+    return call.answer != 0 ? " -> " + numbered_status(static_cast<std::uint32_t>(call.answer)) : "";
 }
 
 std::string log_words(const RecordedCall &line)

@@ -31,23 +31,18 @@ std::string Device::snapshot(bool with_offsets) const
                 rule(entry.key_log_port, entry.log_port_mask, entry.key_vlan, entry.new_vlan, entry.dont_learn)));
         }
     }
-    for (const auto &[acl_id, entry] : acl.acls) {
+    for (const auto &[acl_id, entry] : acl.acls)
         facts.push_back(fmt::format("ACL {}: {} on region {}", acl_id, name(entry.direction), entry.region_id));
-    }
-    for (const auto &[bound, binding] : acl.bindings) {
+    for (const auto &[bound, binding] : acl.bindings)
         facts.push_back(fmt::format("binding of {} {}: ACL {}", port(bound.first), name(bound.second), binding.acl_id));
-    }
-    for (const auto &[group_id, group] : acl.vlan_groups) {
+    for (const auto &[group_id, group] : acl.vlan_groups)
         facts.push_back(fmt::format("VLAN group {}: {}", group_id, fmt::join(group.vlans, ", ")));
-    }
     for (const auto &[vlan, ports_of_vlan] : vlans.members()) {
-        for (const auto &[log_port, membership] : ports_of_vlan) {
+        for (const auto &[log_port, membership] : ports_of_vlan)
             facts.push_back(fmt::format("vlan {}: {} {}", vlan, port(log_port), egress_mode(membership.mode)));
-        }
     }
-    for (const auto &[log_port, entry] : ports.ports) {
+    for (const auto &[log_port, entry] : ports.ports)
         facts.push_back(fmt::format("RSTP state of {}: {}", port(log_port), name(entry.rstp_state)));
-    }
     std::sort(facts.begin(), facts.end());
     std::string text;
     for (const std::string &fact : facts) {

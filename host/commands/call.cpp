@@ -104,7 +104,7 @@ Command call(const std::string &name, ky_status_t (*Module::*function)(Parameter
         [[maybe_unused]] std::tuple<Slot<Parameters>...> slots{Slot<Parameters>(arguments, names[I])...};
         Result result;
         result.status = (host.module.*function)(std::get<I>(slots).pass()...);
-        result.text = name + " answered " + status_text(result.status);
+        result.text = name + " answered " + numbered_status(result.status);
         ((result.outputs += std::get<I>(slots).output()), ...);
         return result;
     };
@@ -130,7 +130,7 @@ Command call(const std::string &name, ky_status_t (*Module::*)(const ky_bridge_i
         const bool is_null = arguments.has(parameter);
         Result result;
         result.status = host.module.ky_bridge_init(is_null ? nullptr : &params);
-        result.text = "ky_bridge_init answered " + status_text(result.status);
+        result.text = "ky_bridge_init answered " + numbered_status(result.status);
         return result;
     };
     return {"call " + name,

@@ -20,13 +20,6 @@ constexpr std::uint32_t frame_bytes = 60; ///< the smallest frame on a wire, wit
 constexpr std::uint16_t ipv4 = 0x0800;
 constexpr int frames_a_part = 64; ///< that are replayed before others get their turn
 
-/// A station behind a port, where a script names none: 02:00 and the port's number.
-sim::Mac station_at(std::uint32_t log_port)
-{
-    const auto byte = [log_port](unsigned shift) { return static_cast<std::uint8_t>(log_port >> shift); };
-    return {{0x02, 0x00, byte(24), byte(16), byte(8), byte(0)}};
-}
-
 sim::Mac mac_or(const Arguments &arguments, const std::string &key, const sim::Mac &otherwise)
 {
     return arguments.has(key) ? *sim::parse_mac(arguments.text(key)) : otherwise;

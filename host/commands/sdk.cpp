@@ -113,7 +113,7 @@ Result fail(Host &host, const Arguments &arguments)
         host.device.faults.fail(sdk::Service{service}, nth, status);
     return {KY_STATUS_SUCCESS, fmt::format("fault planned: {} of {} answers {}",
                                            nth == 1 ? "the next call" : fmt::format("call {} from now", nth),
-                                           arguments.text("SERVICE"), status_text(status))};
+                                           arguments.text("SERVICE"), numbered_status(status))};
 }
 
 Result faults_clear(Host &host, const Arguments &)

@@ -114,7 +114,7 @@ Verdict Interpreter::run_line(const std::string &line, const std::string &place)
 
 std::string Answer::text() const
 {
-    return (expected == KY_STATUS_SUCCESS ? result.text : "refused as expected: " + status_text(expected)) +
+    return (expected == KY_STATUS_SUCCESS ? result.text : "refused as expected: " + numbered_status(expected)) +
            result.outputs;
 }
 
@@ -122,7 +122,8 @@ std::string Answer::complaint() const
 {
     if (result.failed)
         return result.text;
-    return fmt::format("answered {}, expected {}{}", status_text(result.status), status_text(expected), result.outputs);
+    return fmt::format("answered {}, expected {}{}", numbered_status(result.status), numbered_status(expected),
+                       result.outputs);
 }
 
 std::optional<Verdict> Interpreter::begin(const std::string &line, const std::string &place)

@@ -140,16 +140,14 @@ void PtfSocket::forward(const Message &message)
             send({frame_out, *port, static_cast<std::int32_t>(sent.frame.size()), sent.frame});
 }
 
-/// Ports have no hardware addresses here; each gets a locally administered one with its logical port's number.
 void PtfSocket::inform(const Message &message)
 {
     const std::uint32_t asked = log_port(message.port);
     sim::Bytes answer;
     if (message.more == hardware_address) {
+        const sim::Mac address = station_at(asked);
         append(answer, success);
-        answer.insert(answer.end(), {0x02, 0x00});
-        for (const unsigned shift : {24U, 16U, 8U, 0U})
-            answer.push_back(static_cast<std::uint8_t>(asked >> shift));
+        answer.insert(answer.end(), address.bytes.begin(), address.bytes.end());
     } else if (message.more == counters) {
         const auto counted = host_.software_switch.counters().find(asked);
         const bool is_idle = counted == host_.software_switch.counters().end();

@@ -122,7 +122,7 @@ Table faults_screen(const Host &host)
     Table table("planned faults", {{"SERVICE"}, {"CALL FROM NOW", right}, {"ANSWER"}});
     for (const sdk::Faults::Planned &fault : host.device.faults.planned())
         table.add({fault.service ? std::string(sdk::name(*fault.service)) : "any", fmt::to_string(fault.remaining),
-                   status_text(fault.status)});
+                   numbered_status(fault.status)});
     return table;
 }
 

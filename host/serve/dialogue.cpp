@@ -146,8 +146,8 @@ void RequestDialogue::tell(const std::optional<Answer> &answer)
             error_data("misuse", fmt::format("the SDK was misused: {}", fmt::join(answer->misuses, "; ")),
                        "calls that a real SDK takes");
     else if (!answer->as_expected())
-        answer_["error"] =
-            error_data(answer->result.failed ? "failed" : "status", answer->complaint(), status_text(answer->expected));
+        answer_["error"] = error_data(answer->result.failed ? "failed" : "status", answer->complaint(),
+                                      numbered_status(answer->expected));
     reply();
 }
 
