@@ -30,29 +30,39 @@ void give_up_uses(const Attachment &attached)
         --attached.log_port->eacl_bound_cnt;
 }
 
-/// The steps of an ADD that can be undone, in their order.
-enum class AddStep { record, ingress_rule, egress_side, back_reference, rstp_refresh };
+// The undo of an ADD: each function takes one completed step back, and then the steps before it. What the steps answer
+// is not looked at.
 
-/// Undoes an ADD from its last completed step back to the first. What an undo step answers is not looked at.
-void undo_add(const Attachment &attached, AddStep completed)
+void undo_allocation(const Attachment &added)
 {
-    switch (completed) {
-    case AddStep::rstp_refresh:
-    case AddStep::back_reference:
-        __bridge_db_remove_virtual_port_to_log_port_back_ref(attached.vport, attached.log_port);
-        if (completed == AddStep::rstp_refresh) // anew, without the back reference
-            __bridge_update_port_rstp_state(attached.log_port);
-        [[fallthrough]];
-    case AddStep::egress_side:
-        __bridge_remove_egress_acl_rule(attached.bridge, attached.vport);
-        [[fallthrough]];
-    case AddStep::ingress_rule:
-        __bridge_remove_ingress_acl_rule(attached.bridge, attached.vport);
-        [[fallthrough]];
-    case AddStep::record:
-        give_up_uses(attached);
-        __bridge_db_free_virtual_port(attached.vport, attached.bridge);
-    }
+    give_up_uses(added);
+    __bridge_db_free_virtual_port(added.vport, added.bridge);
+}
+
+void undo_ingress_rule(const Attachment &added)
+{
+    __bridge_remove_ingress_acl_rule(added.bridge, added.vport);
+    undo_allocation(added);
+}
+
+void undo_egress_side(const Attachment &added)
+{
+    __bridge_remove_egress_acl_rule(added.bridge, added.vport);
+    undo_ingress_rule(added);
+}
+
+void undo_back_reference(const Attachment &added)
+{
+    __bridge_db_remove_virtual_port_to_log_port_back_ref(added.vport, added.log_port);
+    undo_egress_side(added);
+}
+
+/// Refreshes the RSTP state anew, without the back reference.
+void undo_rstp_refresh(const Attachment &added)
+{
+    __bridge_db_remove_virtual_port_to_log_port_back_ref(added.vport, added.log_port);
+    __bridge_update_port_rstp_state(added.log_port);
+    undo_egress_side(added);
 }
 
 ky_status_t add_virtual_port(bridge_db_bridge_t *bridge, uint32_t log_port, uint16_t vlan, uint32_t egress_mode)
@@ -67,59 +77,68 @@ ky_status_t add_virtual_port(bridge_db_bridge_t *bridge, uint32_t log_port, uint
     status = __bridge_create_or_update_ingress_acl_rule(bridge, added.vport);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_create_or_update_ingress_acl_rule failed (%s).\n", kybridge::status_text(status));
-        undo_add(added, AddStep::record);
+        undo_allocation(added);
         return status;
     }
     status = __bridge_create_egress_acl_rule(bridge, added.vport);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_create_egress_acl_rule failed (%s).\n", kybridge::status_text(status));
-        undo_add(added, AddStep::ingress_rule);
+        undo_ingress_rule(added);
         return status;
     }
     status = __bridge_db_add_virtual_port_to_log_port_back_ref(added.vport, &added.log_port);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_db_add_virtual_port failed (%s).\n", kybridge::status_text(status));
-        undo_add(added, AddStep::egress_side);
+        undo_egress_side(added);
         return status;
     }
     status = __bridge_update_port_rstp_state(added.log_port);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_update_rstp_state for port(0x%x) failed (%s).\n", log_port, kybridge::status_text(status));
-        undo_add(added, AddStep::back_reference);
+        undo_back_reference(added);
         return status;
     }
     status = __bridge_vlan_enable(bridge, added.vport, added.log_port);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_vlan_enable failed (%s).\n", kybridge::status_text(status));
-        undo_add(added, AddStep::rstp_refresh);
+        undo_rstp_refresh(added);
         return status;
     }
     return KY_STATUS_SUCCESS;
 }
 
-/// The steps of a DELETE that can be undone, in their order.
-enum class DeleteStep { vlans, egress_side, ingress_rule, back_reference, rstp_refresh };
+// The undo of a DELETE: each function restores what one completed step took away, and then what the steps before it
+// took. What the steps answer is not looked at. A restored rule may stand at another offset than before.
 
-/// Restores what a DELETE took away, from its last completed step back to the first. What a restoring step
-/// answers is not looked at. A restored rule may stand at another offset than before.
-void undo_delete(Attachment &detached, DeleteStep completed)
+void restore_vlans(const Attachment &deleted)
 {
-    switch (completed) {
-    case DeleteStep::rstp_refresh:
-    case DeleteStep::back_reference:
-        __bridge_db_add_virtual_port_to_log_port_back_ref(detached.vport, &detached.log_port);
-        if (completed == DeleteStep::rstp_refresh) // anew, with the back reference
-            __bridge_update_port_rstp_state(detached.log_port);
-        [[fallthrough]];
-    case DeleteStep::ingress_rule:
-        __bridge_create_or_update_ingress_acl_rule(detached.bridge, detached.vport);
-        [[fallthrough]];
-    case DeleteStep::egress_side:
-        __bridge_create_egress_acl_rule(detached.bridge, detached.vport);
-        [[fallthrough]];
-    case DeleteStep::vlans:
-        __bridge_vlan_enable(detached.bridge, detached.vport, detached.log_port);
-    }
+    __bridge_vlan_enable(deleted.bridge, deleted.vport, deleted.log_port);
+}
+
+void restore_egress_side(const Attachment &deleted)
+{
+    __bridge_create_egress_acl_rule(deleted.bridge, deleted.vport);
+    restore_vlans(deleted);
+}
+
+void restore_ingress_rule(const Attachment &deleted)
+{
+    __bridge_create_or_update_ingress_acl_rule(deleted.bridge, deleted.vport);
+    restore_egress_side(deleted);
+}
+
+void restore_back_reference(Attachment &deleted)
+{
+    __bridge_db_add_virtual_port_to_log_port_back_ref(deleted.vport, &deleted.log_port);
+    restore_ingress_rule(deleted);
+}
+
+/// Refreshes the RSTP state anew, with the back reference.
+void restore_rstp_refresh(Attachment &deleted)
+{
+    __bridge_db_add_virtual_port_to_log_port_back_ref(deleted.vport, &deleted.log_port);
+    __bridge_update_port_rstp_state(deleted.log_port);
+    restore_ingress_rule(deleted);
 }
 
 ky_status_t delete_virtual_port(bridge_db_bridge_t *bridge, uint32_t log_port, uint16_t vlan)
@@ -144,31 +163,31 @@ ky_status_t delete_virtual_port(bridge_db_bridge_t *bridge, uint32_t log_port, u
     status = __bridge_remove_egress_acl_rule(bridge, deleted.vport);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_remove_egress_acl_rule failed (%s).\n", kybridge::status_text(status));
-        undo_delete(deleted, DeleteStep::vlans);
+        restore_vlans(deleted);
         return status;
     }
     status = __bridge_remove_ingress_acl_rule(bridge, deleted.vport);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_remove_ingress_acl_rule failed (%s).\n", kybridge::status_text(status));
-        undo_delete(deleted, DeleteStep::egress_side);
+        restore_egress_side(deleted);
         return status;
     }
     status = __bridge_db_remove_virtual_port_to_log_port_back_ref(deleted.vport, deleted.log_port);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_db_remove_virtual_port failed (%s).\n", kybridge::status_text(status));
-        undo_delete(deleted, DeleteStep::ingress_rule);
+        restore_ingress_rule(deleted);
         return status;
     }
     status = __bridge_update_port_rstp_state(deleted.log_port);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_update_rstp_state for port(0x%x) failed (%s).\n", log_port, kybridge::status_text(status));
-        undo_delete(deleted, DeleteStep::back_reference);
+        restore_back_reference(deleted);
         return status;
     }
     status = __bridge_db_free_virtual_port(deleted.vport, bridge);
     if (status != KY_STATUS_SUCCESS) {
         LOG_ERROR("__bridge_db_return_virtual_port failed (%s).\n", kybridge::status_text(status));
-        undo_delete(deleted, DeleteStep::rstp_refresh);
+        restore_rstp_refresh(deleted);
         return status;
     }
     return KY_STATUS_SUCCESS;
