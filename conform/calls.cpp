@@ -1,38 +1,14 @@
 #include "conform/calls.h"
 
-#include <array>
-
 #include <fmt/ranges.h>
 
 #include "conform/check.h"
 #include "conform/edge.h"
+#include "record/calls.h"
 
 namespace conform {
 
 namespace {
-
-constexpr std::array<const char *, 20> names = {
-    "acl_region_set",
-    "acl_set",
-    "acl_rules_set",
-    "acl_bind_port",
-    "acl_bind_port_get",
-    "acl_unbind_port",
-    "acl_vlan_group_set",
-    "port_db_check_port_mode_router_port",
-    "port_swid_alloc_get",
-    "port_lag_member_state_get",
-    "bridge_port_set",
-    "vlan_port_multi_vlans_set",
-    "mstp_mode_get",
-    "rstp_port_state_get",
-    "rstp_port_state_set",
-    "adviser_register_event",
-    "utils_clr_memory_get",
-    "utils_memory_put",
-    "ky_log",
-    "rm_resource_global",
-};
 
 const char *direction_name(std::uint32_t direction)
 {
@@ -127,8 +103,13 @@ Answered read_number(const char *name, std::uint32_t of, Service service, Number
 
 } // namespace
 
-std::span<const char *const> service_names()
+std::vector<std::string> service_names()
 {
+#define KYCONFORM_NAME(answer, name, ...) #name,
+    std::vector<std::string> names = {KYBRIDGE_SERVICES(KYCONFORM_NAME)};
+#undef KYCONFORM_NAME
+    std::erase_if(names, [](const std::string &name) { return !record::is_supplied_by_name(name); });
+    names.insert(names.end(), {"ky_log", "rm_resource_global"});
     return names;
 }
 

@@ -4,8 +4,7 @@
 #define KYBRIDGE_CONFORM_CALLS_H
 
 #include <cstdint>
-#include <span>
-#include <string_view>
+#include <string>
 #include <vector>
 
 #include "conform/model/symbols.h"
@@ -14,7 +13,7 @@
 namespace conform {
 
 /// Every symbol that the module needs of a process.
-std::span<const char *const> service_names();
+std::vector<std::string> service_names();
 
 /// What a call answered, and the identifier that it wrote or was given.
 struct Answered {

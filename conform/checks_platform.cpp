@@ -18,13 +18,12 @@ namespace {
 
 std::string all_present(const Settings & /*settings*/)
 {
-    std::vector<std::string> missing;
-    for (const char *const name : service_names())
-        if (find_symbol(name) == nullptr)
-            missing.emplace_back(name);
+    const std::vector<std::string> names = service_names();
+    std::vector<std::string> missing = names;
+    std::erase_if(missing, [](const std::string &name) { return find_symbol(name.c_str()) != nullptr; });
     calling("dlsym for each of the services");
     expect(missing.empty(), fmt::format("missing: {}", fmt::join(missing, ", ")), "every service of ky_sdk.h");
-    return fmt::format("{} symbols", service_names().size());
+    return fmt::format("{} symbols", names.size());
 }
 
 /// Whether the SDK brings cl_malloc, cl_free, both or neither. A block of the one is given to the other.

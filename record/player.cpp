@@ -97,7 +97,7 @@ template <typename... Parameters> ky_status_t call(ky_status_t (*function)(Param
     {#name, [](void *function, const std::uint64_t *words) {                                                           \
          return call(reinterpret_cast<decltype(&::name)>(function), words);                                            \
      }},
-constexpr Callee callees[] = {KYRECORD_FUNCTIONS(KYRECORD_CALLEE)};
+constexpr Callee callees[] = {KYBRIDGE_FUNCTIONS(KYRECORD_CALLEE)};
 #undef KYRECORD_CALLEE
 
 struct PlayedModule {
@@ -428,7 +428,7 @@ extern "C" {
     {                                                                                                                  \
         return serve<answer>(Service::name, __VA_ARGS__);                                                              \
     }
-KYRECORD_SERVICES(KYRECORD_SERVICE)
+KYBRIDGE_SERVICES(KYRECORD_SERVICE)
 #undef KYRECORD_SERVICE
 
 void ky_log(uint32_t severity, const char *module, const char *format, ...) // NOLINT(cert-dcl50-cpp): the SDK's form

@@ -13,8 +13,8 @@ namespace record {
 namespace {
 
 #define KYRECORD_COUNT(...) +1
-constexpr unsigned service_count = 0 KYRECORD_SERVICES(KYRECORD_COUNT);
-constexpr unsigned function_count = 0 KYRECORD_FUNCTIONS(KYRECORD_COUNT);
+constexpr unsigned service_count = 0 KYBRIDGE_SERVICES(KYRECORD_COUNT);
+constexpr unsigned function_count = 0 KYBRIDGE_FUNCTIONS(KYRECORD_COUNT);
 #undef KYRECORD_COUNT
 constexpr unsigned log_slot = service_count; ///< of ky_log, which stands behind the services
 
@@ -162,7 +162,7 @@ namespace service_recorders {
         const RealService real(static_cast<unsigned>(Service::name));                                                  \
         return recorded_service<Service::name>(real.as<decltype(&name)>(), __VA_ARGS__);                               \
     }
-KYRECORD_SERVICES(KYRECORD_SERVICE)
+KYBRIDGE_SERVICES(KYRECORD_SERVICE)
 #undef KYRECORD_SERVICE
 
 void ky_log(uint32_t severity, const char *module_name, const char *format, ...)
@@ -180,7 +180,7 @@ void ky_log(uint32_t severity, const char *module_name, const char *format, ...)
 
 #define KYRECORD_SLOT(answer, name, ...) {#name, reinterpret_cast<void *>(&service_recorders::name), nullptr, nullptr},
 Slot slots[] = {
-    KYRECORD_SERVICES(KYRECORD_SLOT){"ky_log", reinterpret_cast<void *>(&service_recorders::ky_log), nullptr, nullptr}};
+    KYBRIDGE_SERVICES(KYRECORD_SLOT){"ky_log", reinterpret_cast<void *>(&service_recorders::ky_log), nullptr, nullptr}};
 #undef KYRECORD_SLOT
 
 ValidationRecorded::ValidationRecorded()
@@ -232,7 +232,7 @@ extern "C" {
         const auto real = reinterpret_cast<decltype(&::name)>(real_function(Function::name, #name));                   \
         return recorded_function<Function::name>(__builtin_return_address(0), real __VA_OPT__(, ) __VA_ARGS__);        \
     }
-KYRECORD_FUNCTIONS(KYRECORD_FUNCTION)
+KYBRIDGE_FUNCTIONS(KYRECORD_FUNCTION)
 #undef KYRECORD_FUNCTION
 } // extern "C"
 
@@ -245,7 +245,7 @@ static void *recorder_of(const char *name, void *real)
     };
 #define KYRECORD_NAMED(answer, name, ...) {#name, reinterpret_cast<void *>(&::name)},
     static constexpr unsigned count = function_count;
-    static const Named named[count] = {KYRECORD_FUNCTIONS(KYRECORD_NAMED)};
+    static const Named named[count] = {KYBRIDGE_FUNCTIONS(KYRECORD_NAMED)};
 #undef KYRECORD_NAMED
     for (unsigned i = 0; i < count; ++i) {
         if (std::strcmp(named[i].name, name) != 0)

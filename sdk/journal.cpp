@@ -8,30 +8,9 @@ namespace sdk {
 
 namespace {
 
-constexpr std::array<std::string_view, service_count> service_names = {
-    "acl_region_set",
-    "acl_set",
-    "acl_rules_set",
-    "acl_bind_port",
-    "acl_bind_port_get",
-    "acl_unbind_port",
-    "acl_vlan_group_set",
-    "port_db_check_port_mode_router_port",
-    "port_swid_alloc_get",
-    "port_lag_member_state_get",
-    "swid_validation",
-    "bridge_port_set",
-    "vlan_port_multi_vlans_set",
-    "mstp_mode_get",
-    "rstp_port_state_get",
-    "rstp_port_state_set",
-    "adviser_register_event",
-    "utils_clr_memory_get",
-    "utils_memory_put",
-    "cl_malloc",
-    "cl_free",
-};
-static_assert(service_names.back() == "cl_free");
+#define KYSDK_NAME(answer, name, ...) #name,
+constexpr std::array<std::string_view, service_count> service_names = {KYBRIDGE_SERVICES(KYSDK_NAME)};
+#undef KYSDK_NAME
 
 } // namespace
 

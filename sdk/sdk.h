@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "kybridge/ky_sdk.h"
+#include "record/calls.h"
 
 namespace sdk {
 
@@ -28,29 +29,10 @@ namespace sdk {
 
 /// Every call of the module into the SDK that the journal records and a planned fault can hit.
 /// The log is left out: it is output, not state.
-enum class Service : unsigned {
-    acl_region_set,
-    acl_set,
-    acl_rules_set,
-    acl_bind_port,
-    acl_bind_port_get,
-    acl_unbind_port,
-    acl_vlan_group_set,
-    port_db_check_port_mode_router_port,
-    port_swid_alloc_get,
-    port_lag_member_state_get,
-    swid_validation, ///< the function that a host installs in swid_validation_func_ptr
-    bridge_port_set,
-    vlan_port_multi_vlans_set,
-    mstp_mode_get,
-    rstp_port_state_get,
-    rstp_port_state_set,
-    adviser_register_event,
-    utils_clr_memory_get,
-    utils_memory_put,
-    cl_malloc, ///< a planned fault makes it return NULL, whatever the status
-    cl_free,   ///< cannot fail
-};
+/// A planned fault of cl_malloc makes it return NULL, whatever the status; cl_free cannot fail.
+#define KYSDK_SERVICE(answer, name, ...) name,
+enum class Service : unsigned { KYBRIDGE_SERVICES(KYSDK_SERVICE) };
+#undef KYSDK_SERVICE
 inline constexpr std::size_t service_count = static_cast<std::size_t>(Service::cl_free) + 1;
 
 /// The symbol's name, for example "acl_rules_set".

@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+#include "record/interface.h"
+
 namespace host {
 
 namespace {
@@ -88,12 +90,47 @@ template <typename T> std::string kind_of(const std::string &name)
         return sizeof(T) == sizeof(std::uint16_t) ? "VLAN" : "N";
 }
 
-/// The command that calls one function. @param parameters its parameters' names, blanks between
-template <typename... Parameters>
-Command call(const std::string &name, ky_status_t (*Module::*function)(Parameters...), const std::string &parameters,
-             const std::string &example)
+/// A line of a script that calls a function.
+const char *example_of(std::string_view function)
 {
-    const Words names = parse_line(parameters);
+    static const std::map<std::string_view, const char *> examples = {
+        {"ky_bridge_init", "expect PARAM_ERROR call ky_bridge_init bridge_init_param NULL"},
+        {"ky_bridge_deinit", "call ky_bridge_deinit"},
+        {"ky_bridge_mode_get", "expect PARAM_NULL call ky_bridge_mode_get mode_p NULL"},
+        {"ky_bridge_log_verbosity_level_set", "call ky_bridge_log_verbosity_level_set level 3"},
+        {"ky_bridge_log_verbosity_level_get", "call ky_bridge_log_verbosity_level_get"},
+        {"ky_bridge_set", "expect CMD_UNSUPPORTED call ky_bridge_set cmd 40 bridge_id_p 1"},
+        {"ky_bridge_ref_cnt_increase", "call ky_bridge_ref_cnt_increase bridge_id red"},
+        {"ky_bridge_ref_cnt_decrease", "call ky_bridge_ref_cnt_decrease bridge_id red"},
+        {"ky_bridge_port_set",
+         "expect PARAM_EXCEEDS_RANGE call ky_bridge_port_set cmd ADD bridge_id 1 log_port north vlan 4095"},
+        {"ky_bridge_clear_port", "call ky_bridge_clear_port log_port north release_log_port 1"},
+        {"ky_bridge_clear_undo", "call ky_bridge_clear_undo log_port north swid 0"},
+        {"ky_bridge_port_get", "call ky_bridge_port_get bridge_id red bridge_port_list_p NULL bridge_port_cnt_p 0"},
+        {"ky_bridge_int_vlan_id_get", "call ky_bridge_int_vlan_id_get bridge_id red"},
+        {"ky_bridge_int_vlan_list_get", "call ky_bridge_int_vlan_list_get log_port 0 vid_num 10"},
+        {"ky_bridge_int_vlan_bridge_id_get", "call ky_bridge_int_vlan_bridge_id_get int_vlan 1"},
+        {"ky_bridge_log_port_member_state",
+         "expect ENTRY_NOT_FOUND call ky_bridge_log_port_member_state log_port north"},
+        {"ky_bridge_int_vlan_group_set",
+         "expect PARAM_EXCEEDS_RANGE call ky_bridge_int_vlan_group_set cmd BIND bridge_id red direction 2"},
+        {"ky_bridge_int_vlan_group_get", "call ky_bridge_int_vlan_group_get bridge_id red"},
+        {"ky_bridge_port_acl_binding_get", "call ky_bridge_port_acl_binding_get log_port north egress_acl NULL"},
+        {"ky_bridge_set_learning_mode", "call ky_bridge_set_learning_mode bridge_id red learning_mode 7"},
+        {"ky_bridge_get_learning_mode",
+         "expect PARAM_NULL call ky_bridge_get_learning_mode bridge_id red learning_mode_p NULL"},
+    };
+    return examples.at(function);
+}
+
+/// The command that calls one function.
+template <typename... Parameters>
+Command call(const record::Callable &called, ky_status_t (*Module::*function)(Parameters...))
+{
+    const std::string name(called.name);
+    Words names;
+    for (std::size_t i = 0; i < sizeof...(Parameters); ++i)
+        names.emplace_back(called.arguments.at(i).name);
     std::string synopsis;
     [[maybe_unused]] std::size_t at = 0;
     ((synopsis += fmt::format("{}[{} {}]", at == 0 ? "" : " ", names[at], kind_of<Parameters>(names[at])), ++at), ...);
@@ -108,16 +145,17 @@ Command call(const std::string &name, ky_status_t (*Module::*function)(Parameter
         ((result.outputs += std::get<I>(slots).output()), ...);
         return result;
     };
-    return {"call " + name, synopsis, fmt::format("Calls {}", name), example,
+    return {"call " + name, synopsis, fmt::format("Calls {}", name), example_of(name),
             [=](const Host &host, const Arguments &arguments) {
                 return run(host, arguments, std::index_sequence_for<Parameters...>{});
             }};
 }
 
 /// The one function that takes a record: its members are given by name.
-Command call(const std::string &name, ky_status_t (*Module::*)(const ky_bridge_init_params_t *),
-             const std::string &parameter, const std::string &example)
+Command call(const record::Callable &called, ky_status_t (*Module::*)(const ky_bridge_init_params_t *))
 {
+    const std::string name(called.name);
+    const std::string parameter(called.arguments.front().name);
     const auto run = [parameter](const Host &host, const Arguments &arguments) {
         ky_bridge_init_params_t params{};
         params.sdk_mode = arguments.number_or("sdk_mode", 0);
@@ -137,14 +175,15 @@ Command call(const std::string &name, ky_status_t (*Module::*)(const ky_bridge_i
             "[" + parameter +
                 " ABSENT] [sdk_mode MODE] [max_bridge_num N] [max_virtual_ports_num N] "
                 "[multiple_vlan_bridge_mode N]",
-            "Calls " + name + " with a record of these members, or with NULL", example, run};
+            "Calls " + name + " with a record of these members, or with NULL", example_of(name), run};
 }
 
 } // namespace
 
 CommandGroup call_commands()
 {
-#define KYBRIDGE_CALL(function, parameters, example) call(#function, &Module::function, parameters, example),
+    const record::Callable *called = std::begin(record::functions);
+#define KYBRIDGE_CALL(answer, function, ...) call(*called++, &Module::function),
     return {"EXPORTED FUNCTIONS (a value that is not given is 0, a pointer that is not given points to room)",
             {KYBRIDGE_FUNCTIONS(KYBRIDGE_CALL)}};
 #undef KYBRIDGE_CALL

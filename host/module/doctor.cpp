@@ -20,28 +20,6 @@
 #include "host/module/module.h"
 #include "kybridge/ky_sdk.h"
 
-/// Every function that the module calls in its process, once.
-#define KYBRIDGE_SERVICES(X)                                                                                           \
-    X(acl_bind_port)                                                                                                   \
-    X(acl_bind_port_get)                                                                                               \
-    X(acl_region_set)                                                                                                  \
-    X(acl_rules_set)                                                                                                   \
-    X(acl_set)                                                                                                         \
-    X(acl_unbind_port)                                                                                                 \
-    X(acl_vlan_group_set)                                                                                              \
-    X(adviser_register_event)                                                                                          \
-    X(bridge_port_set)                                                                                                 \
-    X(ky_log)                                                                                                          \
-    X(mstp_mode_get)                                                                                                   \
-    X(port_db_check_port_mode_router_port)                                                                             \
-    X(port_lag_member_state_get)                                                                                       \
-    X(port_swid_alloc_get)                                                                                             \
-    X(rstp_port_state_get)                                                                                             \
-    X(rstp_port_state_set)                                                                                             \
-    X(utils_clr_memory_get)                                                                                            \
-    X(utils_memory_put)                                                                                                \
-    X(vlan_port_multi_vlans_set)
-
 namespace host {
 
 namespace {
@@ -56,25 +34,27 @@ struct Kind {
     std::map<std::string, std::uint64_t> objects; ///< with the bytes that each has at least
 };
 
+#define KYBRIDGE_NAME(answer, name, ...) #name,
 const Kind &module_kind()
 {
     static const Kind kind{"the bridge module",
-                           {
-#define KYBRIDGE_NAME(function, ...) #function,
-                               KYBRIDGE_FUNCTIONS(KYBRIDGE_NAME)},
+                           {KYBRIDGE_FUNCTIONS(KYBRIDGE_NAME)},
                            {{"bridge_db", sizeof(void *)}, {"swid_validation_func_ptr", sizeof(void *)}}};
     return kind;
 }
 
 const Kind &sdk_kind()
 {
-    static const Kind kind{"an SDK's library",
-                           {KYBRIDGE_SERVICES(KYBRIDGE_NAME)
-#undef KYBRIDGE_NAME
-                           },
-                           {{"rm_resource_global", sizeof(rm_resource_t)}}};
+    static const Kind kind = [] {
+        Kind of_sdk{
+            "an SDK's library", {KYBRIDGE_SERVICES(KYBRIDGE_NAME)}, {{"rm_resource_global", sizeof(rm_resource_t)}}};
+        std::erase_if(of_sdk.functions, [](const std::string &name) { return !record::is_supplied_by_name(name); });
+        of_sdk.functions.emplace_back("ky_log");
+        return of_sdk;
+    }();
     return kind;
 }
+#undef KYBRIDGE_NAME
 
 /// Says what is right and what is wrong, at once, and remembers whether anything was wrong.
 class Findings {

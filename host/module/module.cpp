@@ -65,7 +65,7 @@ Module load_module(const std::string &file)
 
     Module module;
     module.file = path;
-#define KYBRIDGE_FIND(function, ...) find_symbol(library, #function, module.file, module.function);
+#define KYBRIDGE_FIND(answer, function, ...) find_symbol(library, #function, module.file, module.function);
     KYBRIDGE_FUNCTIONS(KYBRIDGE_FIND)
 #undef KYBRIDGE_FIND
     find_symbol(library, "bridge_db", module.file, module.bridge_db);

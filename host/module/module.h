@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "host/module/functions.h"
 #include "kybridge/ky_bridge.h"
+#include "record/calls.h"
 
 namespace host {
 
@@ -21,7 +21,7 @@ struct Module {
     std::string file; ///< the file that was loaded
 
     // NOLINTNEXTLINE(bugprone-macro-parentheses): the argument is a name, not an expression
-#define KYBRIDGE_MEMBER(function, ...) decltype(&::function) function = nullptr;
+#define KYBRIDGE_MEMBER(answer, function, ...) decltype(&::function) function = nullptr;
     KYBRIDGE_FUNCTIONS(KYBRIDGE_MEMBER)
 #undef KYBRIDGE_MEMBER
     bridge_db_t **bridge_db = nullptr;                             ///< read only
