@@ -91,8 +91,8 @@ void add_virtual_port_cases(std::vector<Case> &cases)
             remove(bridge_id, log_port, user_vlan);
         };
         const auto floor = [] {
-            floor::add(bridge_id, log_port, user_vlan, 0);
-            floor::remove(bridge_id, log_port, user_vlan);
+            floor::add(bridge_id, log_port, user_vlan, 0, 0);
+            floor::remove(bridge_id, log_port, user_vlan, 0, 0);
         };
         cases.push_back({"add + delete, first on its bridge", "virtual ports", size, false, false,
                          [size] {
@@ -129,7 +129,11 @@ void add_bridge_cases(std::vector<Case> &cases)
                                      make_bridge_of(ports);
                              },
                              [] { destroy_bridge(create_bridge()); },
-                             [] { floor::destroy_bridge(floor::create_bridge()); }});
+                             [] {
+                                 std::uint16_t made = 0;
+                                 floor::create_bridge(&made, 0);
+                                 floor::destroy_bridge(&made, 0);
+                             }});
 }
 
 void add_clear_cases(std::vector<Case> &cases)
@@ -154,7 +158,7 @@ void add_clear_cases(std::vector<Case> &cases)
                              floor::announce(log_port, 0);
                              for (std::uint16_t i = 0; i < size; ++i)
                                  floor::add(static_cast<std::uint16_t>(i + 1), log_port,
-                                            static_cast<std::uint16_t>(3000 + i), 0);
+                                            static_cast<std::uint16_t>(3000 + i), 0, 0);
                              floor::clear_and_release(log_port);
                          }});
 }
@@ -172,8 +176,8 @@ void add_learning_cases(std::vector<Case> &cases)
                              require(ky_bridge_set_learning_mode(bridge_id, KY_FDB_LEARN_MODE_DONT_LEARN, 0));
                          },
                          [] {
-                             floor::set_learning_mode(bridge_id, KY_FDB_LEARN_MODE_AUTO_LEARN);
-                             floor::set_learning_mode(bridge_id, KY_FDB_LEARN_MODE_DONT_LEARN);
+                             floor::set_learning_mode(bridge_id, KY_FDB_LEARN_MODE_AUTO_LEARN, 0);
+                             floor::set_learning_mode(bridge_id, KY_FDB_LEARN_MODE_DONT_LEARN, 0);
                          }});
 }
 
@@ -202,7 +206,11 @@ void add_query_cases(std::vector<Case> &cases)
                 require(ky_bridge_port_get(bridge_id, port_list.data(), &count, 0));
                 keep(count);
             },
-            [] { keep(floor::list_ports(bridge_id, port_list.data(), static_cast<std::uint32_t>(port_list.size()))); });
+            [] {
+                auto count = static_cast<std::uint32_t>(port_list.size());
+                floor::list_ports(bridge_id, port_list.data(), &count, 0);
+                keep(count);
+            });
     for (const std::uint32_t size : {1U, 64U})
         add_query(
             "ky_bridge_int_vlan_list_get, one port", "virtual ports of the port", size,
@@ -218,8 +226,9 @@ void add_query_cases(std::vector<Case> &cases)
                 keep(count);
             },
             [] {
-                keep(floor::list_int_vlans_of_port(log_port, vlan_list.data(),
-                                                   static_cast<std::uint32_t>(vlan_list.size())));
+                auto count = static_cast<std::uint32_t>(vlan_list.size());
+                floor::list_int_vlans(log_port, vlan_list.data(), &count);
+                keep(count);
             });
 
     for (const std::uint32_t size : {1U, 64U, max_bridges}) {
@@ -239,7 +248,11 @@ void add_query_cases(std::vector<Case> &cases)
                 require(ky_bridge_int_vlan_list_get(0, vlan_list.data(), &count));
                 keep(count);
             },
-            [] { keep(floor::list_int_vlans(vlan_list.data(), static_cast<std::uint32_t>(vlan_list.size()))); });
+            [] {
+                auto count = static_cast<std::uint32_t>(vlan_list.size());
+                floor::list_int_vlans(0, vlan_list.data(), &count);
+                keep(count);
+            });
         add_query(
             "ky_bridge_int_vlan_id_get", "bridges", size, set_up,
             [] {
@@ -247,7 +260,11 @@ void add_query_cases(std::vector<Case> &cases)
                 require(ky_bridge_int_vlan_id_get(bridge_id, &vlan, 0));
                 keep(vlan);
             },
-            [] { keep(floor::int_vlan_of_bridge(bridge_id)); });
+            [] {
+                std::uint16_t vlan = 0;
+                floor::int_vlan_of_bridge(bridge_id, &vlan, 0);
+                keep(vlan);
+            });
         add_query(
             "ky_bridge_int_vlan_bridge_id_get", "bridges", size, set_up,
             [] {
@@ -255,7 +272,11 @@ void add_query_cases(std::vector<Case> &cases)
                 require(ky_bridge_int_vlan_bridge_id_get(1, &owner));
                 keep(owner);
             },
-            [] { keep(floor::bridge_of_int_vlan(1)); });
+            [] {
+                std::uint16_t owner = 0;
+                floor::bridge_of_int_vlan(1, &owner);
+                keep(owner);
+            });
         add_query(
             "ky_bridge_int_vlan_group_get", "bridges", size, set_up,
             [] {
@@ -263,7 +284,11 @@ void add_query_cases(std::vector<Case> &cases)
                 require(ky_bridge_int_vlan_group_get(bridge_id, &group));
                 keep(group);
             },
-            [] { keep(floor::vlan_group_of_bridge(bridge_id)); });
+            [] {
+                std::uint16_t group = 0;
+                floor::vlan_group_of_bridge(bridge_id, &group);
+                keep(group);
+            });
         add_query(
             "ky_bridge_get_learning_mode", "bridges", size, set_up,
             [] {
@@ -271,7 +296,11 @@ void add_query_cases(std::vector<Case> &cases)
                 require(ky_bridge_get_learning_mode(bridge_id, &mode, 0));
                 keep(mode);
             },
-            [] { keep(floor::get_learning_mode(bridge_id)); });
+            [] {
+                std::uint32_t mode = 0;
+                floor::get_learning_mode(bridge_id, &mode, 0);
+                keep(mode);
+            });
     }
     for (const std::uint32_t size : {1U, 16U, 256U}) {
         const auto set_up = [size] {
@@ -281,7 +310,7 @@ void add_query_cases(std::vector<Case> &cases)
         };
         add_query(
             "ky_bridge_log_port_member_state", "ports", size, set_up,
-            [] { require(ky_bridge_log_port_member_state(0, log_port)); }, [] { keep(floor::is_member(log_port)); });
+            [] { require(ky_bridge_log_port_member_state(0, log_port)); }, [] { require(floor::is_member(log_port)); });
         add_query(
             "ky_bridge_port_acl_binding_get", "ports", size, set_up,
             [] {

@@ -12,6 +12,7 @@
 #include <valgrind/callgrind.h>
 
 #include "bench/cases.h"
+#include "bench/floor.h"
 #include "bridge/db.h"
 #include "kybridge/ky_bridge.h"
 
@@ -61,6 +62,7 @@ void count_instructions(const bench::Case &measured, const char *side, const std
                         std::uint32_t verbosity)
 {
     ky_bridge_log_verbosity_level_set(verbosity);
+    bench::floor::log_verbosity = verbosity;
     operation(); // once outside, so that every symbol is bound
     const auto label = fmt::format("{}|{}|{}|{}|{}", measured.group, measured.unit, measured.size, side, verbosity);
     CALLGRIND_START_INSTRUMENTATION;
@@ -75,9 +77,10 @@ void count_all_instructions()
 {
     for (const bench::Case &measured : bench::all_cases()) {
         measured.set_up();
-        count_instructions(measured, "floor", measured.floor, 3);
-        for (const std::uint32_t verbosity : {0U, 3U, 6U})
+        for (const std::uint32_t verbosity : {0U, 3U, 6U}) {
+            count_instructions(measured, "floor", measured.floor, verbosity);
             count_instructions(measured, "module", measured.module, verbosity);
+        }
         ky_bridge_log_verbosity_level_set(3);
     }
     bench::stop();

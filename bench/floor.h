@@ -1,7 +1,9 @@
-/// The floor under the module's operations: straight-line routines that make the same service calls with the
-/// same records, and the same complib map and pool operations, on the module's own database - and nothing
-/// else. No argument is checked, no answer is looked at but to decide what must be called next, nothing is
-/// logged or traced. What an operation costs above its floor is what the module adds.
+/// The floor under the module's operations: what has to be done, and nothing that has not. The same service calls with
+/// the same records, the same complib map and pool operations on the module's own database, the same function traces at
+/// the same places, the same tests of arguments and of the database, and a look at every answer. What is refused ends
+/// the run: there is no undo and no message. What an operation costs above its floor is what the module adds.
+///
+/// Arguments are those of the module's functions in kybridge/ky_bridge.h.
 #ifndef KYBRIDGE_BENCH_FLOOR_H
 #define KYBRIDGE_BENCH_FLOOR_H
 
@@ -11,11 +13,15 @@
 
 namespace bench::floor {
 
-std::uint16_t create_bridge();
-void destroy_bridge(std::uint16_t bridge_id);
+extern std::uint32_t log_verbosity; ///< as ky_bridge_log_verbosity_level_set sets the module's
 
-void add(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan, std::uint32_t egress_mode);
-void remove(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan);
+void create_bridge(std::uint16_t *bridge_id, std::uint32_t is_internal);
+void destroy_bridge(const std::uint16_t *bridge_id, std::uint32_t is_internal);
+
+void add(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan, std::uint32_t egress_mode,
+         std::uint32_t is_internal);
+void remove(std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan, std::uint32_t egress_mode,
+            std::uint32_t is_internal);
 /// The floor's end of bridge_port_set, for clear_port.
 ky_status_t bridge_port_set(ky_access_cmd_t cmd, std::uint16_t bridge_id, std::uint32_t log_port, std::uint16_t vlan,
                             std::uint32_t egress_mode, std::uint32_t is_internal);
@@ -23,16 +29,15 @@ ky_status_t bridge_port_set(ky_access_cmd_t cmd, std::uint16_t bridge_id, std::u
 void announce(std::uint32_t log_port, std::uint8_t swid);
 void clear_and_release(std::uint32_t log_port);
 
-void set_learning_mode(std::uint16_t bridge_id, std::uint32_t learning_mode);
+void set_learning_mode(std::uint16_t bridge_id, std::uint32_t learning_mode, std::uint32_t is_internal);
 
-std::uint32_t get_learning_mode(std::uint16_t bridge_id);
-std::uint32_t list_ports(std::uint16_t bridge_id, ky_bridge_port_t *list, std::uint32_t capacity);
-std::uint16_t int_vlan_of_bridge(std::uint16_t bridge_id);
-std::uint32_t list_int_vlans(std::uint16_t *vids, std::uint32_t capacity);
-std::uint32_t list_int_vlans_of_port(std::uint32_t log_port, std::uint16_t *vids, std::uint32_t capacity);
-std::uint16_t bridge_of_int_vlan(std::uint16_t int_vlan);
-bool is_member(std::uint32_t log_port);
-std::uint16_t vlan_group_of_bridge(std::uint16_t bridge_id);
+void get_learning_mode(std::uint16_t bridge_id, std::uint32_t *learning_mode, std::uint32_t is_internal);
+void list_ports(std::uint16_t bridge_id, ky_bridge_port_t *list, std::uint32_t *count, std::uint32_t is_internal);
+void int_vlan_of_bridge(std::uint16_t bridge_id, std::uint16_t *vid, std::uint32_t is_internal);
+void list_int_vlans(std::uint32_t log_port, std::uint16_t *vids, std::uint32_t *count);
+void bridge_of_int_vlan(std::uint16_t int_vlan, std::uint16_t *bridge_id);
+ky_status_t is_member(std::uint32_t log_port);
+void vlan_group_of_bridge(std::uint16_t bridge_id, std::uint16_t *vlan_group);
 void acls_of_port(std::uint32_t log_port, std::uint32_t *ingress_acl, std::uint32_t *egress_acl);
 
 } // namespace bench::floor
