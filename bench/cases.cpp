@@ -187,6 +187,16 @@ template <typename Value> void keep(const Value &value)
     asm volatile("" : : "g"(&value) : "memory");
 }
 
+/// An operation that answers a number. @param number what is there before, for example a capacity
+template <typename Number, typename Ask> auto asking(Number number, Ask ask)
+{
+    return [number, ask] {
+        Number answer = number;
+        ask(&answer);
+        keep(answer);
+    };
+}
+
 void add_query_cases(std::vector<Case> &cases)
 {
     const auto add_query = [&cases](const char *group, const char *unit, std::uint32_t size,
@@ -201,16 +211,10 @@ void add_query_cases(std::vector<Case> &cases)
                 start(1024);
                 bridge_id = make_bridge_of(size);
             },
-            [] {
-                auto count = static_cast<std::uint32_t>(port_list.size());
-                require(ky_bridge_port_get(bridge_id, port_list.data(), &count, 0));
-                keep(count);
-            },
-            [] {
-                auto count = static_cast<std::uint32_t>(port_list.size());
-                floor::list_ports(bridge_id, port_list.data(), &count, 0);
-                keep(count);
-            });
+            asking(static_cast<std::uint32_t>(port_list.size()),
+                   [](auto *count) { require(ky_bridge_port_get(bridge_id, port_list.data(), count, 0)); }),
+            asking(static_cast<std::uint32_t>(port_list.size()),
+                   [](auto *count) { floor::list_ports(bridge_id, port_list.data(), count, 0); }));
     for (const std::uint32_t size : {1U, 64U})
         add_query(
             "ky_bridge_int_vlan_list_get, one port", "virtual ports of the port", size,
@@ -220,16 +224,10 @@ void add_query_cases(std::vector<Case> &cases)
                 announce(log_port);
                 make_bridges_of_one_port(size, log_port);
             },
-            [] {
-                auto count = static_cast<std::uint32_t>(vlan_list.size());
-                require(ky_bridge_int_vlan_list_get(log_port, vlan_list.data(), &count));
-                keep(count);
-            },
-            [] {
-                auto count = static_cast<std::uint32_t>(vlan_list.size());
-                floor::list_int_vlans(log_port, vlan_list.data(), &count);
-                keep(count);
-            });
+            asking(static_cast<std::uint32_t>(vlan_list.size()),
+                   [](auto *count) { require(ky_bridge_int_vlan_list_get(log_port, vlan_list.data(), count)); }),
+            asking(static_cast<std::uint32_t>(vlan_list.size()),
+                   [](auto *count) { floor::list_int_vlans(log_port, vlan_list.data(), count); }));
 
     for (const std::uint32_t size : {1U, 64U, max_bridges}) {
         const auto set_up = [size] {
@@ -241,66 +239,23 @@ void add_query_cases(std::vector<Case> &cases)
             std::uint16_t group = 0;
             require(ky_bridge_int_vlan_group_set(KY_ACCESS_CMD_BIND, bridge_id, KY_ACL_DIRECTION_INGRESS, &group));
         };
-        add_query(
-            "ky_bridge_int_vlan_list_get, all", "bridges", size, set_up,
-            [] {
-                auto count = static_cast<std::uint32_t>(vlan_list.size());
-                require(ky_bridge_int_vlan_list_get(0, vlan_list.data(), &count));
-                keep(count);
-            },
-            [] {
-                auto count = static_cast<std::uint32_t>(vlan_list.size());
-                floor::list_int_vlans(0, vlan_list.data(), &count);
-                keep(count);
-            });
-        add_query(
-            "ky_bridge_int_vlan_id_get", "bridges", size, set_up,
-            [] {
-                std::uint16_t vlan = 0;
-                require(ky_bridge_int_vlan_id_get(bridge_id, &vlan, 0));
-                keep(vlan);
-            },
-            [] {
-                std::uint16_t vlan = 0;
-                floor::int_vlan_of_bridge(bridge_id, &vlan, 0);
-                keep(vlan);
-            });
-        add_query(
-            "ky_bridge_int_vlan_bridge_id_get", "bridges", size, set_up,
-            [] {
-                std::uint16_t owner = 0;
-                require(ky_bridge_int_vlan_bridge_id_get(1, &owner));
-                keep(owner);
-            },
-            [] {
-                std::uint16_t owner = 0;
-                floor::bridge_of_int_vlan(1, &owner);
-                keep(owner);
-            });
-        add_query(
-            "ky_bridge_int_vlan_group_get", "bridges", size, set_up,
-            [] {
-                std::uint16_t group = 0;
-                require(ky_bridge_int_vlan_group_get(bridge_id, &group));
-                keep(group);
-            },
-            [] {
-                std::uint16_t group = 0;
-                floor::vlan_group_of_bridge(bridge_id, &group);
-                keep(group);
-            });
-        add_query(
-            "ky_bridge_get_learning_mode", "bridges", size, set_up,
-            [] {
-                std::uint32_t mode = 0;
-                require(ky_bridge_get_learning_mode(bridge_id, &mode, 0));
-                keep(mode);
-            },
-            [] {
-                std::uint32_t mode = 0;
-                floor::get_learning_mode(bridge_id, &mode, 0);
-                keep(mode);
-            });
+        add_query("ky_bridge_int_vlan_list_get, all", "bridges", size, set_up,
+                  asking(static_cast<std::uint32_t>(vlan_list.size()),
+                         [](auto *count) { require(ky_bridge_int_vlan_list_get(0, vlan_list.data(), count)); }),
+                  asking(static_cast<std::uint32_t>(vlan_list.size()),
+                         [](auto *count) { floor::list_int_vlans(0, vlan_list.data(), count); }));
+        add_query("ky_bridge_int_vlan_id_get", "bridges", size, set_up,
+                  asking(std::uint16_t{}, [](auto *vlan) { require(ky_bridge_int_vlan_id_get(bridge_id, vlan, 0)); }),
+                  asking(std::uint16_t{}, [](auto *vlan) { floor::int_vlan_of_bridge(bridge_id, vlan, 0); }));
+        add_query("ky_bridge_int_vlan_bridge_id_get", "bridges", size, set_up,
+                  asking(std::uint16_t{}, [](auto *owner) { require(ky_bridge_int_vlan_bridge_id_get(1, owner)); }),
+                  asking(std::uint16_t{}, [](auto *owner) { floor::bridge_of_int_vlan(1, owner); }));
+        add_query("ky_bridge_int_vlan_group_get", "bridges", size, set_up,
+                  asking(std::uint16_t{}, [](auto *group) { require(ky_bridge_int_vlan_group_get(bridge_id, group)); }),
+                  asking(std::uint16_t{}, [](auto *group) { floor::vlan_group_of_bridge(bridge_id, group); }));
+        add_query("ky_bridge_get_learning_mode", "bridges", size, set_up,
+                  asking(std::uint32_t{}, [](auto *mode) { require(ky_bridge_get_learning_mode(bridge_id, mode, 0)); }),
+                  asking(std::uint32_t{}, [](auto *mode) { floor::get_learning_mode(bridge_id, mode, 0); }));
     }
     for (const std::uint32_t size : {1U, 16U, 256U}) {
         const auto set_up = [size] {
