@@ -75,8 +75,8 @@ sim::Mac station_at(std::uint32_t log_port)
 
 const sim::Outcome &Host::send(std::uint32_t log_port, sim::BytesView frame)
 {
-    ++frames_sent;
-    return last_frame.emplace(software_switch.forward(log_port, frame));
+    ++giver->frames_sent;
+    return giver->last_frame.emplace(software_switch.forward(log_port, frame));
 }
 
 sim::PortNames Host::port_names() const

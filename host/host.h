@@ -52,6 +52,14 @@ enum class Tracing : std::uint8_t {
 /// A hardware address for a port, or for the station behind it, where nobody gave one: 02:00 and the port's number.
 sim::Mac station_at(std::uint32_t log_port);
 
+/// Who gives commands: a script, or one of the clients. What he sent is his own.
+struct Giver {
+    Output *output;                              ///< where answers and complaints go
+    const Files *files;                          ///< that his commands may read and make
+    std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that he sent by hand
+    std::uint64_t frames_sent = 0;               ///< by hand: described, or given as bytes
+};
+
 /// The loaded module, the device under it, and what scripts have named and remembered.
 struct Host {
     Module module;
@@ -62,23 +70,20 @@ struct Host {
     Outlet err = Outlet(STDERR_FILENO, "standard error");
     Outlet out = Outlet(STDOUT_FILENO, "standard output", &err);
     Log log = {&err};
-    Output *output = nullptr;     ///< where the current command's answers and complaints go
-    const Files *files = nullptr; ///< that the current command may read and make
-    bool json = false;            ///< screens come out as JSON
+    Giver *giver = nullptr; ///< of the current command
+    bool json = false;      ///< screens come out as JSON
     Tracing tracing = Tracing::off;
     bool quitting = false; ///< no further command is wanted
 
     sim::Switch software_switch = sim::Switch();
-    std::vector<std::uint32_t> announced = {};   ///< logical ports, each once, in the order of their announcements
-    std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that was sent by hand
-    std::uint64_t frames_sent = 0;               ///< by hand: described, or given as bytes
+    std::vector<std::uint32_t> announced = {}; ///< logical ports, each once, in the order of their announcements
 
-    /// Sends a frame into a port by hand. @return what became of it: last_frame
+    /// Sends a frame into a port by hand. @return what became of it: the giver's last frame
     const sim::Outcome &send(std::uint32_t log_port, sim::BytesView frame);
     sim::PortNames port_names() const; ///< the names that traces tell ports by; not to outlive the host
 
-    void print(std::string_view text) const { output->print(text); }
-    void show(const Table &screen) const { output->show(screen); }
+    void print(std::string_view text) const { giver->output->print(text); }
+    void show(const Table &screen) const { giver->output->show(screen); }
     void write_log(const sdk::LogLine &line);
     void write_log(const std::string &text); ///< a line of the host's own
 

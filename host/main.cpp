@@ -154,7 +154,6 @@ int run(const Options &options)
     host.device.log = [&host](const sdk::LogLine &line) { host.write_log(line); };
 
     host::TextOutput output(options.serve ? nowhere : host.out, host.err, options.json);
-    host.output = &output;
     const host::Files files;
     Interpreter interpreter(host, output, files, options.keep_going);
     const Verdict verdict = std::max(followed, run_files(host, interpreter, files, options));

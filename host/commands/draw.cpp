@@ -48,7 +48,7 @@ Result go_on(const std::shared_ptr<Rendering> &rendering, const std::string &nam
 
 Result draw(const Host &host, const std::string &picture, const std::string &name)
 {
-    return go_on(std::make_shared<Rendering>(picture, name), name, *host.files);
+    return go_on(std::make_shared<Rendering>(picture, name), name, *host.giver->files);
 }
 
 Result draw_switch(Host &host, const Arguments &arguments)
@@ -58,9 +58,9 @@ Result draw_switch(Host &host, const Arguments &arguments)
 
 Result draw_frame(Host &host, const Arguments &arguments)
 {
-    if (!host.last_frame)
+    if (!host.giver->last_frame)
         throw ScriptError("no frame was sent yet; 'frame' sends one");
-    return draw(host, picture(host, &*host.last_frame), arguments.text("FILE"));
+    return draw(host, picture(host, &*host.giver->last_frame), arguments.text("FILE"));
 }
 
 } // namespace

@@ -123,11 +123,11 @@ void check_exits(const Arguments &arguments, const Names *names)
 
 Result expect_frame(Host &host, const Arguments &arguments)
 {
-    if (!host.last_frame)
+    if (!host.giver->last_frame)
         throw ScriptError("no frame was sent yet; 'frame' sends one");
     const std::vector<std::string> expected = exit_texts(host, read_exits(arguments.rest(), &host.names));
     std::vector<FrameExit> left;
-    for (const sim::Transmission &sent : host.last_frame->transmissions) {
+    for (const sim::Transmission &sent : host.giver->last_frame->transmissions) {
         sim::Header header;
         sim::parse(sent.frame, header);
         left.push_back({sent.port, header.tag});
@@ -149,7 +149,9 @@ struct Replaying {
         : host(host_given), file(arguments.text("FILE")), prefix(arguments.text("out")), port(arguments.number("into")),
           replayer(
               host.software_switch, port, file, [this](std::uint32_t log_port) { return path(log_port); },
-              [files = host.files](const std::string &name, bool to_write) { return files->open(name, to_write); }),
+              [files = host.giver->files](const std::string &name, bool to_write) {
+                  return files->open(name, to_write);
+              }),
           progress(file, "frames")
     {
     }

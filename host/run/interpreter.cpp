@@ -50,25 +50,17 @@ Call read_call(std::span<const std::string> words, const Names *names)
     }
 }
 
-/// While it lives, what commands say goes to whoever gave them, and they open the files that those may.
-class Redirection {
+/// While it lives, commands are those of one giver.
+class Turn {
 public:
-    Redirection(Host &host, Output &output, const Files &files)
-        : host_(host), output_(std::exchange(host.output, &output)), files_(std::exchange(host.files, &files))
-    {
-    }
-    ~Redirection()
-    {
-        host_.output = output_;
-        host_.files = files_;
-    }
-    Redirection(const Redirection &) = delete;
-    Redirection &operator=(const Redirection &) = delete;
+    Turn(Host &host, Giver &giver) : host_(host), before_(std::exchange(host.giver, &giver)) {}
+    ~Turn() { host_.giver = before_; }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
 
 private:
     Host &host_;
-    Output *output_;
-    const Files *files_;
+    Giver *before_;
 };
 
 } // namespace
@@ -170,10 +162,16 @@ std::optional<Answer> Interpreter::continue_command()
     return advance(std::exchange(current_.result.rest, nullptr));
 }
 
+const sim::Outcome &Interpreter::send(std::uint32_t log_port, sim::BytesView frame)
+{
+    const Turn turn(host_, giver_);
+    return host_.send(log_port, frame);
+}
+
 /// Carries out a part of the current command. @return the answer when it was the last
 std::optional<Answer> Interpreter::advance(const std::function<Result()> &part)
 {
-    const Redirection to_giver(host_, output_, files_);
+    const Turn turn(host_, giver_);
     host_.log.lines.clear();
     const auto &violations = host_.device.violations;
     const auto before = static_cast<std::ptrdiff_t>(violations.size());

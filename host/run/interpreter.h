@@ -46,7 +46,7 @@ public:
     /// @param files that commands may read and make
     /// @param keep_going goes on after a command that did not do what was expected
     Interpreter(Host &host, Output &output, const Files &files, bool keep_going = false)
-        : host_(host), output_(output), files_(files), keep_going_(keep_going)
+        : host_(host), output_(output), giver_{&output, &files}, keep_going_(keep_going)
     {
     }
 
@@ -69,6 +69,10 @@ public:
     std::optional<Answer> begin_command(std::span<const std::string> words);
     std::optional<Answer> continue_command();
 
+    /// Sends a frame into a port for the giver of the commands.
+    const sim::Outcome &send(std::uint32_t log_port, sim::BytesView frame);
+    const Giver &giver() const { return giver_; }
+
     /// Stops the module if it is started, and reports memory that is still outstanding.
     Verdict finish();
 
@@ -79,7 +83,7 @@ private:
 
     Host &host_;
     Output &output_;
-    const Files &files_;
+    Giver giver_;
     bool keep_going_;
     Answer current_; ///< so far; its result has a rest while a command is being carried out
     Words words_;    ///< of the line that is being carried out

@@ -78,8 +78,9 @@ void forward_interfaces(Host &host, const LiveOptions &options, const Beside &be
         serve_commands(host, beside.control);
         return true;
     });
-    host.show(counters_screen(host));
-    host.show(interfaces_screen(host, live.interfaces()));
+    TextOutput answers(host.out, host.err, host.json);
+    answers.show(counters_screen(host));
+    answers.show(interfaces_screen(host, live.interfaces()));
 }
 
 void forward_ptf(Host &host, const LiveOptions &options, const Beside &beside)
@@ -100,7 +101,7 @@ void forward_ptf(Host &host, const LiveOptions &options, const Beside &beside)
         if (sources[2].revents != 0)
             ptf.serve();
     }
-    host.show(counters_screen(host));
+    TextOutput(host.out, host.err, host.json).show(counters_screen(host));
 }
 
 } // namespace

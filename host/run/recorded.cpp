@@ -35,9 +35,7 @@ Verdict follow_recording(Host &host, const std::string &file, std::uint64_t unti
         record::Reader reader(contents);
         std::istringstream script(record::script_of(reader, until));
         ComplaintsOnly output(host.err);
-        host.output = &output;
         const Verdict verdict = Interpreter(host, output, Files(), true).run(script, file);
-        host.output = nullptr;
         host.err.finish();
         return record::tell_damages(reader) ? verdict : std::max(verdict, unexpected);
     } catch (const record::RecordingError &error) {

@@ -104,7 +104,7 @@ void RequestDialogue::carry_out(const Hello &)
 void RequestDialogue::carry_out(const Words &words)
 {
     screens_.data = Json::array();
-    frames_before_ = host_.frames_sent;
+    frames_before_ = interpreter_.giver().frames_sent;
     tell(interpreter_.begin_command(words));
 }
 
@@ -123,7 +123,7 @@ void RequestDialogue::send_some()
     const std::size_t end = std::min(send_.frames.size(), sent_ + frames_at_once);
     for (; sent_ < end; ++sent_) {
         const auto &[log_port, frame] = send_.frames[sent_];
-        answer_["frames"].push_back(frame_data(host_, host_.send(log_port, frame), send_.trace));
+        answer_["frames"].push_back(frame_data(host_, interpreter_.send(log_port, frame), send_.trace));
     }
     if (sent_ == send_.frames.size())
         reply();
@@ -139,8 +139,8 @@ void RequestDialogue::tell(const std::optional<Answer> &answer)
     answer_["did"] = answer->as_expected() ? answer->text() : "";
     answer_["log"] = log_data(answer->log);
     answer_["screens"] = std::exchange(screens_.data, Json::array());
-    if (host_.frames_sent != frames_before_)
-        answer_["frames"] = Json::array({frame_data(host_, *host_.last_frame, true)});
+    if (const Giver &giver = interpreter_.giver(); giver.frames_sent != frames_before_)
+        answer_["frames"] = Json::array({frame_data(host_, *giver.last_frame, true)});
     if (!answer->misuses.empty())
         answer_["error"] =
             error_data("misuse", fmt::format("the SDK was misused: {}", fmt::join(answer->misuses, "; ")),
