@@ -1,11 +1,20 @@
 // A management process that knows nothing of recorders. Its services are its own, in the program itself; the module is
 // linked, or loaded with dlopen where it says BY_DLOPEN. It works for as many rounds as it is told (0: without end),
-// writes a byte to standard output after each call that has returned, and ends with status 7.
+// writes a byte to standard output after each call that has returned, and ends with status 7. Its last argument: 1; 2,
+// another thread comes into the module; or 0, in its rounds the process can make no system call but write and get no
+// memory, nor can anybody who is in it; it does not stop the module.
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <iterator>
 #include <thread>
 
 #include <dlfcn.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "bench/services.h"
@@ -69,7 +78,33 @@ ky_status_t two_inside(ky_access_cmd_t cmd, std::uint16_t bridge_id, std::uint32
     return module.port_set(cmd, bridge_id, log_port, vlan, egress_mode, is_internal);
 }
 
+bool is_sealed = false;
+
+/// From now on a system call other than write and _exit kills the process, and asking for memory does.
+void seal()
+{
+    const std::uint32_t number = offsetof(seccomp_data, nr);
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_write, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit_group, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS)};
+    const sock_fprog program = {std::size(filter), filter};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+        std::exit(1);
+    is_sealed = true;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now); // a system call on few machines, where nobody can read the time any more
+}
+
 } // namespace
+
+extern "C" void *__libc_malloc(size_t size);
+extern "C" void *malloc(size_t size)
+{
+    if (is_sealed)
+        __builtin_trap();
+    return __libc_malloc(size);
+}
 
 int main(int argc, char **argv)
 {
@@ -89,6 +124,8 @@ int main(int argc, char **argv)
     returned(bench::port_event(KY_ADVISER_EVENT_PORT_ADD_INTO_SWID, &event));
     std::uint16_t bridge = 0;
     returned(module.set(KY_ACCESS_CMD_CREATE, &bridge, 0));
+    if (*argv[3] == '0')
+        seal();
 
     for (unsigned long round = 0; rounds == 0 || round < rounds; ++round) {
         const auto vlan = static_cast<std::uint16_t>(100 + round % 8);
@@ -101,6 +138,8 @@ int main(int argc, char **argv)
         else
             returned(module.port_set(KY_ACCESS_CMD_DELETE, bridge, event.log_port, vlan, round % 2, 0));
     }
+    if (is_sealed)
+        _exit(7);
     returned(module.deinit());
     return 7;
 }
