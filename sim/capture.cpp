@@ -100,7 +100,7 @@ CaptureWriter::CaptureWriter(std::string path, const OpenFile &open, std::FILE *
 {
     try {
         std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(open(path_, true), &std::fclose);
-        if (source != nullptr && are_same(fileno(source), fileno(file.get())))
+        if (are_same(fileno(source), fileno(file.get())))
             throw std::runtime_error("it is the one that is read");
         if (ftruncate(fileno(file.get()), 0) != 0 && errno != EINVAL) // what is no regular file is always empty
             throw std::runtime_error(std::strerror(errno));

@@ -18,7 +18,6 @@ namespace sim {
 struct Timestamp {
     std::int64_t seconds = 0;
     std::uint32_t nanoseconds = 0;
-    bool operator==(const Timestamp &) const = default;
 };
 
 struct CapturedFrame {
@@ -35,7 +34,7 @@ std::FILE *open_any_file(const std::string &path, bool to_write);
 /// Reads a capture of Ethernet frames. Failures throw std::runtime_error, which names the file.
 class CaptureReader {
 public:
-    explicit CaptureReader(std::string path, const OpenFile &open = open_any_file);
+    CaptureReader(std::string path, const OpenFile &open);
     std::FILE *file() const;
     bool next(CapturedFrame &frame); ///< false: the file has ended
 
@@ -47,8 +46,8 @@ private:
 /// Writes a pcap file with time stamps in nanoseconds, and completes it when it is destroyed.
 class CaptureWriter {
 public:
-    /// @param source open file that must not be written over; NULL: none
-    explicit CaptureWriter(std::string path, const OpenFile &open = open_any_file, std::FILE *source = nullptr);
+    /// @param source open file that must not be written over
+    CaptureWriter(std::string path, const OpenFile &open, std::FILE *source);
     void write(const Timestamp &time, BytesView frame);
     void finish(); ///< writes out what is buffered; throws std::runtime_error when that fails
 
@@ -70,7 +69,7 @@ class Replayer {
 public:
     /// @param path_of names the file for what leaves a port; asked once for each port that a frame leaves at
     Replayer(Switch &forwarder, std::uint32_t port, const std::string &path,
-             std::function<std::string(std::uint32_t)> path_of, OpenFile open = open_any_file);
+             std::function<std::string(std::uint32_t)> path_of, OpenFile open);
 
     bool step(); ///< sends the next frame; false: there was none, and all that left is written
     const Replay &so_far() const { return so_far_; }

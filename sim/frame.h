@@ -64,7 +64,6 @@ struct Header {
 
     std::size_t size() const { return frame_size_min + (tag ? tag_size : 0); } ///< in bytes
     std::string text() const; ///< "02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff, vlan 100 pcp 5, type 0x0800"
-    bool operator==(const Header &) const = default;
 };
 
 /// Why bytes are not a frame that the switch takes.
