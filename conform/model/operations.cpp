@@ -12,56 +12,17 @@ namespace operations {
 
 namespace {
 
-/// How an operation is written in a script, which also tells what arguments it takes.
 struct Form {
+    bool is_question;
     std::string_view text;
-    std::string_view text_with_null; ///< with its pointer NULL; empty: it takes none
-    std::vector<std::uint32_t> values;
+    std::string_view text_with_null;
 };
 
-const std::array<Form, kind_count> forms = {{
-    {"start mode {value} bridges {bridge} virtual-ports {vlan} multiple-vlan {port}", "", {}},
-    {"stop", "", {}},
-    {"bridge create{internal}", "call ky_bridge_set cmd CREATE bridge_id_p NULL", {}},
-    {"bridge destroy {bridge}{internal}", "call ky_bridge_set cmd DESTROY bridge_id_p NULL", {}},
-    {"bridge ref {bridge}", "", {}},
-    {"bridge unref {bridge}", "", {}},
-    {"vport add {bridge} {port} vlan {vlan} {value}{internal}", "", {0, 1}},
-    {"vport delete {bridge} {port} vlan {vlan} {value}{internal}", "", {0, 1}},
-    {"vport delete-port {port}", "", {}},
-    {"port announce {port} swid {value}", "", {0}},
-    {"port withdraw {port}", "", {}},
-    {"port clear {port}{release}", "", {}},
-    {"port restore {port} swid {value}", "", {0}},
-    {"learning {bridge} {value}{internal}", "", {0, 1}},
-    {"bind {bridge} {value}",
-     "call ky_bridge_int_vlan_group_set cmd BIND bridge_id {bridge} direction {value} vlan_group NULL",
-     {0, 1}},
-    {"unbind {bridge} {value}", "", {0, 1}},
-    {"call ky_bridge_port_get bridge_id {bridge} bridge_port_cnt_p {value} is_internal {flag}",
-     "call ky_bridge_port_get bridge_id {bridge} bridge_port_cnt_p NULL is_internal {flag}",
-     {0, 1, 4}},
-    {"call ky_bridge_int_vlan_id_get bridge_id {bridge} is_internal {flag}",
-     "call ky_bridge_int_vlan_id_get bridge_id {bridge} vid NULL is_internal {flag}",
-     {}},
-    {"call ky_bridge_int_vlan_list_get log_port {port} vid_num {value}",
-     "call ky_bridge_int_vlan_list_get log_port {port} vid_num NULL",
-     {0, 1, 4}},
-    {"call ky_bridge_int_vlan_bridge_id_get int_vlan {vlan}",
-     "call ky_bridge_int_vlan_bridge_id_get int_vlan {vlan} bridge_id NULL",
-     {}},
-    {"call ky_bridge_log_port_member_state log_port {port}", "", {}},
-    {"call ky_bridge_int_vlan_group_get bridge_id {bridge}",
-     "call ky_bridge_int_vlan_group_get bridge_id {bridge} vlan_group NULL",
-     {}},
-    {"call ky_bridge_port_acl_binding_get log_port {port}",
-     "call ky_bridge_port_acl_binding_get log_port {port} ingress_acl NULL egress_acl NULL",
-     {}},
-    {"call ky_bridge_get_learning_mode bridge_id {bridge} is_internal {flag}",
-     "call ky_bridge_get_learning_mode bridge_id {bridge} learning_mode_p NULL is_internal {flag}",
-     {}},
-    {"call ky_bridge_mode_get", "call ky_bridge_mode_get mode_p NULL", {}},
-}};
+#define KYBRIDGE_CHANGE(kind, ...) Form{false, __VA_ARGS__},
+#define KYBRIDGE_QUESTION(kind, ...) Form{true, __VA_ARGS__},
+constexpr std::array forms = {KYBRIDGE_OPERATIONS(KYBRIDGE_CHANGE, KYBRIDGE_QUESTION)};
+#undef KYBRIDGE_CHANGE
+#undef KYBRIDGE_QUESTION
 
 const Form &form(Kind kind)
 {
@@ -73,34 +34,50 @@ bool takes(const Form &form, std::string_view argument)
     return form.text.find(argument) != std::string_view::npos;
 }
 
-bool takes_flag(const Form &form)
-{
-    return takes(form, "{internal}") || takes(form, "{release}") || takes(form, "{flag}");
-}
+/// The choices for each argument of an operation; 0 alone for one that it does not take.
+struct Choices {
+    std::vector<std::uint32_t> bridges = {0}, ports = {0}, vlans = {0}, values = {0};
+    bool flag = false; ///< there may be one
+    bool null = false; ///< its pointer may be NULL
+};
 
-/// The choices for one argument; 0 alone where the form does not take it.
-std::vector<std::uint32_t> choices(bool taken, std::vector<std::uint32_t> values,
-                                   const std::vector<std::uint32_t> &more = {})
+Choices choices(const Domain &domain, const Form &form)
 {
-    values.insert(values.end(), more.begin(), more.end());
-    return taken && !values.empty() ? values : std::vector<std::uint32_t>{0};
-}
-
-/// The choices for a port; 0 asks for the internal VLANs of all.
-std::vector<std::uint32_t> ports(const Domain &domain, Kind kind)
-{
-    return choices(takes(form(kind), "{port}"), domain.ports,
-                   kind == Kind::int_vlan_list ? std::vector<std::uint32_t>{0} : std::vector<std::uint32_t>{});
+    using Numbers = std::vector<std::uint32_t>;
+    Choices of;
+    const auto take = [&form](std::string_view argument, Numbers &list, Numbers numbers, const Numbers &more = {}) {
+        if (!takes(form, argument))
+            return;
+        list = std::move(numbers);
+        list.insert(list.end(), more.begin(), more.end());
+    };
+    take("{bridge}", of.bridges, domain.bridges);
+    take("{port}", of.ports, domain.ports);
+    take("{port_or_all}", of.ports, domain.ports, {0});
+    take("{vlan}", of.vlans, domain.vlans);
+    take("{value}", of.values, {0, 1}, domain.extra_values);
+    take("{swid}", of.values, {0}, domain.extra_values);
+    take("{capacity}", of.values, {0, 1, 4}, domain.extra_values);
+    of.flag = takes(form, "{internal}") || takes(form, "{release}") || takes(form, "{flag}");
+    of.null = !form.text_with_null.empty();
+    return of;
 }
 
 } // namespace
 
+bool is_question(Kind kind)
+{
+    return form(kind).is_question;
+}
+
 std::string text(const Operation &operation)
 {
     const Form &chosen = form(operation.kind);
+    const std::string_view chosen_text = operation.null ? chosen.text_with_null : chosen.text;
     return fmt::format(
-        fmt::runtime(operation.null ? chosen.text_with_null : chosen.text), fmt::arg("bridge", operation.bridge),
-        fmt::arg("port", operation.port), fmt::arg("vlan", operation.vlan), fmt::arg("value", operation.value),
+        fmt::runtime(chosen_text), fmt::arg("bridge", operation.bridge), fmt::arg("port", operation.port),
+        fmt::arg("port_or_all", operation.port), fmt::arg("vlan", operation.vlan), fmt::arg("value", operation.value),
+        fmt::arg("swid", operation.value), fmt::arg("capacity", operation.value),
         fmt::arg("flag", operation.flag ? 1 : 0), fmt::arg("internal", operation.flag ? " internal" : ""),
         fmt::arg("release", operation.flag ? " release" : ""));
 }
@@ -110,7 +87,7 @@ namespace {
 /// A kind of operation, such that much happens: mostly virtual ports come and seldom all goes.
 Kind any_kind(const Below &below)
 {
-    const auto kind = static_cast<Kind>(below(kind_count));
+    const auto kind = static_cast<Kind>(below(forms.size()));
     const bridge_db_t *const db = PROCESS_SYMBOL(bridge_db);
     if ((db == nullptr || db->sdk_mode == KY_BRIDGE_SDK_MODE_802_1Q) && below(4) != 0)
         return db == nullptr ? Kind::start : Kind::stop;
@@ -118,7 +95,7 @@ Kind any_kind(const Below &below)
         return Kind::create;
     if ((kind == Kind::clear || kind == Kind::remove_port) && below(8) != 0)
         return Kind::announce;
-    if (kind >= Kind::port_list && below(3) != 0)
+    if (is_question(kind) && below(3) != 0)
         return below(3) == 0 ? Kind::remove : Kind::add;
     return kind;
 }
@@ -131,16 +108,16 @@ Operation any_of_kind(const Domain &domain, const Below &below, Kind kind)
     };
     if (kind == Kind::start)
         return one_of(domain.starts);
-    const Form &of = form(kind);
+    const Choices of = choices(domain, form(kind));
     Operation operation{kind};
-    operation.bridge = one_of(choices(takes(of, "{bridge}"), domain.bridges));
-    operation.port = one_of(ports(domain, kind));
-    operation.vlan = one_of(choices(takes(of, "{vlan}"), domain.vlans));
-    operation.value = one_of(choices(takes(of, "{value}"), of.values, domain.extra_values));
-    if (takes(of, "swid {value}"))
+    operation.bridge = one_of(of.bridges);
+    operation.port = one_of(of.ports);
+    operation.vlan = one_of(of.vlans);
+    operation.value = one_of(of.values);
+    if (takes(form(kind), "{swid}"))
         operation.value &= 0xFF;
-    operation.flag = takes_flag(of) && below(4) == 0;
-    operation.null = !of.text_with_null.empty() && below(8) == 0;
+    operation.flag = of.flag && below(4) == 0;
+    operation.null = of.null && below(8) == 0;
     return operation;
 }
 
@@ -149,15 +126,17 @@ Operation any_of_kind(const Domain &domain, const Below &below, Kind kind)
 std::vector<Operation> every_operation(const Domain &domain)
 {
     std::vector<Operation> all = domain.starts;
-    for (unsigned number = static_cast<unsigned>(Kind::stop); number < kind_count; ++number) {
+    for (unsigned number = 0; number < forms.size(); ++number) {
         const auto kind = static_cast<Kind>(number);
-        const Form &of = form(kind);
-        for (const std::uint32_t bridge : choices(takes(of, "{bridge}"), domain.bridges))
-            for (const std::uint32_t port : ports(domain, kind))
-                for (const std::uint32_t vlan : choices(takes(of, "{vlan}"), domain.vlans))
-                    for (const std::uint32_t value : choices(takes(of, "{value}"), of.values, domain.extra_values))
-                        for (unsigned flag = 0; flag <= (takes_flag(of) ? 1 : 0); ++flag)
-                            for (unsigned null = 0; null <= (of.text_with_null.empty() ? 0 : 1); ++null)
+        if (kind == Kind::start)
+            continue;
+        const Choices of = choices(domain, form(kind));
+        for (const std::uint32_t bridge : of.bridges)
+            for (const std::uint32_t port : of.ports)
+                for (const std::uint32_t vlan : of.vlans)
+                    for (const std::uint32_t value : of.values)
+                        for (unsigned flag = 0; flag <= (of.flag ? 1 : 0); ++flag)
+                            for (unsigned null = 0; null <= (of.null ? 1 : 0); ++null)
                                 all.push_back({kind, bridge, port, vlan, value, flag != 0, null != 0});
     }
     return all;

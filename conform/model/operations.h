@@ -10,37 +10,57 @@
 
 #include "kybridge/ky_bridge.h"
 
+/// Everything that a host does with the module: CHANGE(kind, form, form with NULL) what can change its state,
+/// QUESTION(...) what cannot. A form is how the operation is written in a script, with its pointer or with NULL
+/// instead; the second one is empty where there is no pointer. The first one also tells what arguments the operation
+/// takes:
+///
+///     {bridge}, {port}, {vlan}        the operation's members of these names
+///     {port_or_all}                   a port, or 0 for all
+///     {value}, {swid}, {capacity}     its value: one of two, a partition's number, or the length of a list
+///     {internal}, {release}, {flag}   its flag: as a word, or as 0 and 1
+#define KYBRIDGE_OPERATIONS(CHANGE, QUESTION)                                                                          \
+    CHANGE(start, "start mode {value} bridges {bridge} virtual-ports {vlan} multiple-vlan {port}", "")                 \
+    CHANGE(stop, "stop", "")                                                                                           \
+    CHANGE(create, "bridge create{internal}", "call ky_bridge_set cmd CREATE bridge_id_p NULL")                        \
+    CHANGE(destroy, "bridge destroy {bridge}{internal}", "call ky_bridge_set cmd DESTROY bridge_id_p NULL")            \
+    CHANGE(reference, "bridge ref {bridge}", "")                                                                       \
+    CHANGE(unreference, "bridge unref {bridge}", "")                                                                   \
+    CHANGE(add, "vport add {bridge} {port} vlan {vlan} {value}{internal}", "")                                         \
+    CHANGE(remove, "vport delete {bridge} {port} vlan {vlan} {value}{internal}", "")                                   \
+    CHANGE(remove_port, "vport delete-port {port}", "")                                                                \
+    CHANGE(announce, "port announce {port} swid {swid}", "")                                                           \
+    CHANGE(withdraw, "port withdraw {port}", "")                                                                       \
+    CHANGE(clear, "port clear {port}{release}", "")                                                                    \
+    CHANGE(restore, "port restore {port} swid {swid}", "")                                                             \
+    CHANGE(learn, "learning {bridge} {value}{internal}", "")                                                           \
+    CHANGE(bind, "bind {bridge} {value}",                                                                              \
+           "call ky_bridge_int_vlan_group_set cmd BIND bridge_id {bridge} direction {value} vlan_group NULL")          \
+    CHANGE(unbind, "unbind {bridge} {value}", "")                                                                      \
+    QUESTION(port_list, "call ky_bridge_port_get bridge_id {bridge} bridge_port_cnt_p {capacity} is_internal {flag}",  \
+             "call ky_bridge_port_get bridge_id {bridge} bridge_port_cnt_p NULL is_internal {flag}")                   \
+    QUESTION(int_vlan, "call ky_bridge_int_vlan_id_get bridge_id {bridge} is_internal {flag}",                         \
+             "call ky_bridge_int_vlan_id_get bridge_id {bridge} vid NULL is_internal {flag}")                          \
+    QUESTION(int_vlan_list, "call ky_bridge_int_vlan_list_get log_port {port_or_all} vid_num {capacity}",              \
+             "call ky_bridge_int_vlan_list_get log_port {port_or_all} vid_num NULL")                                   \
+    QUESTION(int_vlan_owner, "call ky_bridge_int_vlan_bridge_id_get int_vlan {vlan}",                                  \
+             "call ky_bridge_int_vlan_bridge_id_get int_vlan {vlan} bridge_id NULL")                                   \
+    QUESTION(member_state, "call ky_bridge_log_port_member_state log_port {port}", "")                                 \
+    QUESTION(group, "call ky_bridge_int_vlan_group_get bridge_id {bridge}",                                            \
+             "call ky_bridge_int_vlan_group_get bridge_id {bridge} vlan_group NULL")                                   \
+    QUESTION(port_acls, "call ky_bridge_port_acl_binding_get log_port {port}",                                         \
+             "call ky_bridge_port_acl_binding_get log_port {port} ingress_acl NULL egress_acl NULL")                   \
+    QUESTION(learning, "call ky_bridge_get_learning_mode bridge_id {bridge} is_internal {flag}",                       \
+             "call ky_bridge_get_learning_mode bridge_id {bridge} learning_mode_p NULL is_internal {flag}")            \
+    QUESTION(mode, "call ky_bridge_mode_get", "call ky_bridge_mode_get mode_p NULL")
+
 namespace operations {
 
-/// Everything that a host does with the module: first what can change its state, from `port_list` on only questions.
-enum class Kind : std::uint8_t {
-    start,
-    stop,
-    create,
-    destroy,
-    reference,
-    unreference,
-    add,
-    remove,
-    remove_port,
-    announce,
-    withdraw,
-    clear,
-    restore,
-    learn,
-    bind,
-    unbind,
-    port_list,
-    int_vlan,
-    int_vlan_list,
-    int_vlan_owner,
-    member_state,
-    group,
-    port_acls,
-    learning,
-    mode
-};
-inline constexpr unsigned kind_count = static_cast<unsigned>(Kind::mode) + 1;
+#define KYBRIDGE_KIND(kind, ...) kind,
+enum class Kind : std::uint8_t { KYBRIDGE_OPERATIONS(KYBRIDGE_KIND, KYBRIDGE_KIND) };
+#undef KYBRIDGE_KIND
+
+bool is_question(Kind kind);
 
 /// One call. Members that its kind does not use are 0.
 struct Operation {
