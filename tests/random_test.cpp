@@ -15,16 +15,6 @@ namespace {
 
 const Domain domain = border_domain();
 
-/// Runs steps from power-on. @return what does not hold at the last one; empty: all well, or not at the last
-std::string fails(const std::vector<Step> &steps)
-{
-    Twin twin(domain);
-    for (const Step &step : steps)
-        if (std::string findings = twin.run(step); !findings.empty())
-            return &step == &steps.back() ? findings : "";
-    return "";
-}
-
 void run(std::uint64_t seed, std::uint64_t operations)
 {
     std::printf("seed %llu, %llu operations\n", static_cast<unsigned long long>(seed),
@@ -40,13 +30,10 @@ void run(std::uint64_t seed, std::uint64_t operations)
             ky_bridge_log_verbosity_level_set(done % 2000 == 0 ? 0 : 6); // silent, and with every line
         since_power_on.push_back(any_step(domain, below));
         const std::string findings = twin.run(since_power_on.back());
-        if (!findings.empty()) {
-            const std::vector<Step> shortest =
-                shrink(since_power_on, [](const std::vector<Step> &steps) { return !fails(steps).empty(); });
-            FAIL() << "seed " << seed << ", operation " << done << ":\n"
-                   << findings << "the shortest sequence found, as a script for kybridge-host:\n\n"
-                   << script(domain, shortest) << "\n# " << fails(shortest);
-        }
+        ASSERT_TRUE(findings.empty()) << "seed " << seed << ", operation " << done << ":\n"
+                                      << findings << shortest(domain, since_power_on, [](const auto &steps) {
+                                             return run_twin(domain, steps);
+                                         });
         if (twin.has_restarted())
             since_power_on.clear();
     }

@@ -172,12 +172,8 @@ TEST(Refusals, NothingStaysStuckAndNobodyIsDisturbed)
                     step.failing_calls.push_back(call);
             steps.push_back(step);
         }
-        if (!run(steps).empty()) {
-            steps = shrink(steps, [](const std::vector<Step> &fewer) { return !run(fewer).empty(); });
-            FAIL() << "seed " << seed << ", round " << round << ": " << run(steps)
-                   << "\nthe shortest sequence found, as a script for kybridge-host:\n\n"
-                   << script(domain, steps);
-        }
+        ASSERT_TRUE(run(steps).empty()) << "seed " << seed << ", round " << round << ":\n"
+                                        << shortest(domain, steps, run);
     }
     power_on(domain); // also stops the module
     ky_bridge_log_verbosity_level_set(3);

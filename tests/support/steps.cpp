@@ -42,6 +42,14 @@ ky_status_t check_port(std::uint32_t log_port)
 
 } // namespace
 
+std::vector<Step> steps(const Path &path)
+{
+    std::vector<Step> steps;
+    for (const Operation &operation : path)
+        steps.push_back({operation});
+    return steps;
+}
+
 Step any_step(const Domain &domain, const Below &below)
 {
     Step step{any_operation(domain, below)};
@@ -85,6 +93,17 @@ Answer predict(State &state, const Operation &operation)
                     .serves = [](std::uint8_t swid) { return sdk::device().bridge_swids.contains(swid); },
                     .acls = {acl_of(sdk::Direction::ingress), acl_of(sdk::Direction::egress)},
                     .next_group = operation.bridge}); // see apply()
+}
+
+State reach(const Domain &domain, const Path &path)
+{
+    power_on(domain);
+    State state;
+    for (const Operation &operation : path) {
+        predict(state, operation);
+        apply(operation);
+    }
+    return state;
 }
 
 Answer apply(const Step &step, std::vector<sdk::Call> &failed)
@@ -151,6 +170,16 @@ std::string script(const Domain &domain, const std::vector<Step> &steps)
             lines += "faults clear\n";
     }
     return lines;
+}
+
+std::string shortest(const Domain &domain, const std::vector<Step> &steps,
+                     const std::function<std::string(const std::vector<Step> &)> &findings)
+{
+    const std::vector<Step> left =
+        shrink(steps, [&findings](const std::vector<Step> &fewer) { return !findings(fewer).empty(); });
+    const std::string found = findings(left);
+    return fmt::format("{}\nthe shortest sequence found, as a script for kybridge-host:\n\n{}",
+                       found.empty() ? "repeated from power-on, it does not fail\n" : found, script(domain, left));
 }
 
 } // namespace operations

@@ -11,6 +11,8 @@
 
 namespace operations {
 
+using Path = std::vector<Operation>; ///< operations, one after the other
+
 /// An operation and the service calls in it that are to fail.
 struct Step {
     Operation operation;
@@ -18,6 +20,8 @@ struct Step {
     ky_status_t fault = 77;                   ///< what a failing call answers
 };
 
+/// The steps of a path, on which nothing is refused.
+std::vector<Step> steps(const Path &path);
 /// Any operation, in one of six with a fault planned, which about one of seventy reaches.
 Step any_step(const Domain &domain, const Below &below);
 
@@ -28,6 +32,8 @@ void power_on(const Domain &domain);
 /// Calls the module. So that what it does depends on the state alone, VLAN groups are handed out under their
 /// bridge's number, and regions and ACLs from 1 when there are none.
 Answer apply(const Operation &operation);
+/// Carries operations out from power-on. @return the state as it should be then
+State reach(const Domain &domain, const Path &path);
 /// Calls the module with the step's fault planned. @param[out] failed the calls that a planned fault answered
 Answer apply(const Step &step, std::vector<sdk::Call> &failed);
 
@@ -37,12 +43,16 @@ Answer predict(State &state, const Operation &operation);
 /// Whether a rule of a direction is deleted by a call.
 bool deletes_rule(const sdk::Call &call, sdk::Direction direction);
 
+/// The steps as a script for kybridge-host, after the lines that `power_on` stands for.
+std::string script(const Domain &domain, const std::vector<Step> &steps);
+
 /// Leaves out of a failing sequence whatever can be left out, in ever smaller pieces: steps, then their faults.
 /// @param fails whether the last step still shows the failure
 std::vector<Step> shrink(std::vector<Step> steps, const std::function<bool(const std::vector<Step> &)> &fails);
-
-/// The steps as a script for kybridge-host, after the lines that `power_on` stands for.
-std::string script(const Domain &domain, const std::vector<Step> &steps);
+/// What does not hold after the shortest failing sequence found, and its script.
+/// @param findings what does not hold at the last step; empty: all well, or something before it
+std::string shortest(const Domain &domain, const std::vector<Step> &steps,
+                     const std::function<std::string(const std::vector<Step> &)> &findings);
 
 } // namespace operations
 

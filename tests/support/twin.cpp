@@ -59,24 +59,13 @@ std::string check_stopped(const State &before)
     return findings + (device.acl.vlan_groups.empty() ? "" : "VLAN groups are left over\n");
 }
 
-std::string compare(const char *what, const std::string &expected, const std::string &actual)
+} // namespace
+
+std::string hardware()
 {
-    return expected == actual ? "" : fmt::format("{} should be\n{}but is\n{}", what, expected, actual);
+    return sdk::device().snapshot(false);
 }
 
-std::string compare(const State &expected)
-{
-    const State actual = read_state(bridge_db);
-    return actual == expected ? "" : compare("the database", text(expected), text(actual));
-}
-
-std::string compare(ky_status_t expected, ky_status_t actual)
-{
-    return actual == expected ? "" : fmt::format("status {} was answered, not {}\n", actual, expected);
-}
-
-/// The hardware without the tagging of memberships in VLANs that can be internal ones. There the last join
-/// counts, which after a refused operation can be the one that restored the membership.
 std::string hardware_but_shared_tagging()
 {
     constexpr int last_internal_vlan = 64;
@@ -92,7 +81,27 @@ std::string hardware_but_shared_tagging()
     return shown;
 }
 
-} // namespace
+std::string compare(const char *what, const std::string &expected, const std::string &actual)
+{
+    return expected == actual ? "" : fmt::format("{} should be\n{}but is\n{}", what, expected, actual);
+}
+
+std::string compare(const State &expected, const State &actual)
+{
+    return actual == expected ? "" : compare("the database", text(expected), text(actual));
+}
+
+std::string compare(ky_status_t expected, ky_status_t actual)
+{
+    return actual == expected ? "" : fmt::format("status {} was answered, not {}\n", actual, expected);
+}
+
+std::string compare(const Answer &expected, const Answer &actual)
+{
+    return actual == expected ? ""
+                              : fmt::format("{} {} was answered, not {} {}\n", actual.status, actual.values,
+                                            expected.status, expected.values);
+}
 
 Failure failure_of(const Operation &operation, const sdk::Call &refused, ky_status_t otherwise)
 {
@@ -192,10 +201,7 @@ std::string give_back(bool port_by_port)
     return findings + check_held();
 }
 
-Twin::Twin(const Domain &domain) : domain_(domain)
-{
-    power_on(domain_);
-}
+Twin::Twin(const Domain &domain, const Path &path) : domain_(domain), expected_(reach(domain, path)) {}
 
 void Twin::power_off_and_on()
 {
@@ -209,10 +215,7 @@ std::string Twin::run_without_fault(const Operation &operation)
 {
     const State before = expected_;
     const Answer predicted = predict(expected_, operation);
-    const Answer answer = apply(operation);
-    std::string findings = compare(predicted.status, answer.status);
-    if (findings.empty() && answer != predicted)
-        findings = fmt::format("{} was answered, not {}\n", answer.values, predicted.values);
+    std::string findings = compare(predicted, apply(operation));
     findings += compare(expected_) + check();
     if (operation.kind == Kind::stop) {
         findings += check_stopped(before);
@@ -279,6 +282,15 @@ std::string Twin::run(const Step &step)
     if (operation.kind == Kind::stop)
         power_off_and_on();
     return findings;
+}
+
+std::string run_twin(const Domain &domain, const std::vector<Step> &steps)
+{
+    Twin twin(domain);
+    for (const Step &step : steps)
+        if (std::string findings = twin.run(step); !findings.empty())
+            return &step == &steps.back() ? findings : "";
+    return "";
 }
 
 } // namespace operations

@@ -23,15 +23,21 @@ struct Failure {
 Failure failure_of(const Operation &operation, const sdk::Call &refused, ky_status_t otherwise);
 
 /// The hardware that the module can change, in words, without the places of rules.
-inline std::string hardware()
-{
-    return sdk::device().snapshot(false);
-}
+std::string hardware();
+/// The same without the tagging of memberships in VLANs that can be internal ones. There the last join counts, which
+/// after a refused operation can be the one that restored the membership.
+std::string hardware_but_shared_tagging();
+
+/// How something differs from what it should be; empty: it does not.
+std::string compare(const char *what, const std::string &expected, const std::string &actual);
+std::string compare(const State &expected, const State &actual = read_state(bridge_db));
+std::string compare(ky_status_t expected, ky_status_t actual);
+std::string compare(const Answer &expected, const Answer &actual);
 
 class Twin {
 public:
-    /// Powers the stand-in on.
-    explicit Twin(const Domain &domain);
+    /// Powers the stand-in on. @param path operations that are carried out first, without checks
+    explicit Twin(const Domain &domain, const Path &path = {});
 
     /// Carries a step out and checks everything that has to hold then. A fault that leaves something partial is
     /// repaired by operations of a host; where they do not bring the expected state back, the next operations
@@ -57,6 +63,9 @@ private:
     bool restarted_ = true;
     bool has_refused_ = false;
 };
+
+/// Runs steps from power-on. @return what does not hold at the last one; empty: all well, or something before it
+std::string run_twin(const Domain &domain, const std::vector<Step> &steps);
 
 /// What does not hold in the module's database and, when it is to agree with it, the hardware; empty: all well.
 std::string check(bool with_hardware = true);
