@@ -103,7 +103,7 @@ TEST(World, UsesOfBridges)
     });
 }
 
-/// Nothing is left out but what NULL pointers do. It takes KYBRIDGE_FULL_WORLD to be set, and half an hour.
+/// Nothing is left out but what NULL pointers do. It takes KYBRIDGE_FULL_WORLD to be set, and minutes.
 TEST(World, Everything)
 {
     if (environment("KYBRIDGE_FULL_WORLD", 0) == 0)

@@ -168,32 +168,38 @@ std::string give_back(bool port_by_port)
     std::string findings;
     if (bridge_db == nullptr)
         return findings;
-    const auto give_back_ports = [&findings] {
-        while (bridge_db_log_port_t *const port = bridge_db->log_port_map.first()) {
-            findings += expect_success({Kind::clear, 0, port->log_port, 0, 0, true});
-            if (!findings.empty())
-                return;
+    const auto give_back_all = [&findings](const auto &map, const auto &give_back_one) {
+        for (auto *record = map.first(); record != nullptr && findings.empty();) {
+            give_back_one(*record);
+            if (map.first() == record)
+                findings += "what was given back is still there\n";
+            record = map.first();
         }
+    };
+    const auto give_back_ports = [&] {
+        give_back_all(bridge_db->log_port_map, [&findings](const bridge_db_log_port_t &port) {
+            findings += expect_success({Kind::clear, 0, port.log_port, 0, 0, true});
+        });
     };
     if (port_by_port)
         give_back_ports();
-    while (bridge_db_bridge_t *const bridge = findings.empty() ? bridge_db->bridge_map.first() : nullptr) {
-        const std::uint32_t bridge_id = bridge->bridge_id;
-        for (auto *vport = bridge->virtual_port_map.first(); vport != nullptr && findings.empty();
-             vport = bridge->virtual_port_map.first())
-            findings += expect_success({Kind::remove, bridge_id, vport->log_port, vport->vlan, 0, true});
-        while (bridge->ref_cnt != 0)
+    give_back_all(bridge_db->bridge_map, [&](const bridge_db_bridge_t &bridge) {
+        const std::uint32_t bridge_id = bridge.bridge_id;
+        give_back_all(bridge.virtual_port_map, [&](const bridge_db_virtual_port_t &vport) {
+            findings += expect_success({Kind::remove, bridge_id, vport.log_port, vport.vlan, 0, true});
+        });
+        for (std::uint32_t references = bridge.ref_cnt; references != 0; --references)
             findings += expect_success({Kind::unreference, bridge_id});
-        if (bridge->vlan_group != KY_VLAN_GROUP_NONE) { // what the documents advise where its end was refused
-            sdk::device().acl.vlan_groups[bridge->vlan_group].vlans.insert(bridge->int_vlan);
+        if (bridge.vlan_group != KY_VLAN_GROUP_NONE) { // what the documents advise where its end was refused
+            sdk::device().acl.vlan_groups[bridge.vlan_group].vlans.insert(bridge.int_vlan);
             for (std::uint32_t direction = 0; direction < 2; ++direction) {
-                if (bridge->acl_bound[direction] == 0)
+                if (bridge.acl_bound[direction] == 0)
                     findings += expect_success({Kind::bind, bridge_id, 0, 0, direction});
                 findings += expect_success({Kind::unbind, bridge_id, 0, 0, direction});
             }
         }
         findings += expect_success({Kind::destroy, bridge_id, 0, 0, 0, true});
-    }
+    });
     give_back_ports();
     const sdk::Device &device = sdk::device();
     if (!device.acl.bindings.empty() || !device.vlans.members().empty())
