@@ -24,6 +24,7 @@ target_link_options(kysdk INTERFACE
 install(TARGETS kysdk EXPORT kybridge-sdk
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT sdk NAMELINK_COMPONENT sdk_dev)
 install(FILES sdk/sdk.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kybridge-sdk/sdk COMPONENT sdk_dev)
+install(FILES record/calls.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kybridge-sdk/record COMPONENT sdk_dev) # its services
 
 # ---- For CMake and pkg-config ---------------------------------------------------------------------------
 
