@@ -26,15 +26,24 @@ protected:
         forget();
     }
 
-    /// Does something whenever the module enters one of its functions.
+    /// Does something when the module enters one of its functions, and keeps what follows: error lines, and the names
+    /// of the functions that it enters.
     template <typename Damage> void on_entering(const std::string &function, Damage damage)
     {
         ky_bridge_log_verbosity_level_set(6);
-        device.log = [this, function, damage](const sdk::LogLine &line) {
-            if (line.severity == KY_LOG_ERROR)
-                log.push_back(line);
-            else if (line.text.ends_with(" " + function + ": [\n"))
+        follows.clear();
+        device.log = [this, function, damage, is_damaged = false](const sdk::LogLine &line) mutable {
+            const std::size_t name = line.text.find("- ") + 2;
+            const std::string entered =
+                line.text.ends_with(": [\n") ? line.text.substr(name, line.text.find(':') - name) : "";
+            if (is_damaged && line.severity == KY_LOG_ERROR)
+                follows.push_back("error: " + line.text);
+            else if (is_damaged && !entered.empty())
+                follows.push_back(entered);
+            else if (entered == function) {
+                is_damaged = true;
                 damage();
+            }
         };
     }
 
@@ -42,6 +51,7 @@ protected:
     bridge_db_bridge_t *bridge = nullptr;
     bridge_db_virtual_port_t *vport = nullptr;
     bridge_db_log_port_t *port = nullptr;
+    Lines follows;
 };
 
 TEST_F(DamageTest, MissingRecords)
@@ -50,13 +60,8 @@ TEST_F(DamageTest, MissingRecords)
     EXPECT_EQ(remove(id, port_a, 100), KY_STATUS_ENTRY_NOT_FOUND);
     EXPECT_EQ(__bridge_remove_egress_acl_rule(bridge, vport), KY_STATUS_ENTRY_NOT_FOUND);
     bridge_db->log_port_map.insert(port_a, port);
-    port->back_ref_map.remove(100);
-    EXPECT_EQ(remove(id, port_a, 100), KY_STATUS_PARAM_ERROR);
-    port->back_ref_map.insert(100, vport);
     EXPECT_EQ(take_lines(), (Lines{"error: __bridge_db_get_log_port failed (Entry Not Found).\n",
-                                   "error: __bridge_db_get_log_port failed when removing eACL.\n",
-                                   "error: Failed to retreive v_port from log_port.\n",
-                                   "error: __bridge_db_remove_virtual_port failed (Parameter Error).\n"}));
+                                   "error: __bridge_db_get_log_port failed when removing eACL.\n"}));
     std::uint16_t vlans[4];
     std::uint32_t count = 4;
     vport->bridge_id = 7;
@@ -64,9 +69,12 @@ TEST_F(DamageTest, MissingRecords)
     vport->bridge_id = id;
     ++bridge_db->int_vlan_map.map.count;
     count = 4;
+    ky_bridge_log_verbosity_level_set(5);
     EXPECT_EQ(__bridge_db_get_int_vlan_list(vlans, &count), KY_STATUS_ERROR);
+    ky_bridge_log_verbosity_level_set(3);
     --bridge_db->int_vlan_map.map.count;
-    EXPECT_EQ(take_lines(), Lines{"error: Could not find bridge_id(7) in bridge_db.\n"});
+    EXPECT_EQ(take_lines(), (Lines{"error: Could not find bridge_id(7) in bridge_db.\n",
+                                   "debug: __bridge_db_get_int_vlan_list: Unable to get the list of int_vlans.\n"}));
     expect_consistent();
     ASSERT_EQ(remove(id, port_a, 100), 0U);
     bridge_db_int_vlan_t *const vlan = bridge_db->int_vlan_map.remove(bridge->int_vlan);
@@ -149,15 +157,36 @@ TEST_F(DamageTest, FreedRecordsHoldNothing)
     EXPECT_EQ(bridge->vlan_group, KY_VLAN_GROUP_NONE);
 }
 
-// What goes wrong behind steps that were done has them undone.
+// What goes wrong behind steps that were done has them undone, in their order.
 TEST_F(DamageTest, InTheMiddleOfAnOperation)
 {
     const std::string before = device.snapshot(false);
+    const Lines restoring = {"__bridge_create_or_update_ingress_acl_rule",
+                             "__bridge_create_egress_acl_rule",
+                             "__bridge_db_get_log_port",
+                             "__bridge_create_homogenous_egress_acl_rule",
+                             "__bridge_create_or_update_egress_acl_rule",
+                             "__bridge_bind_port_eacl",
+                             "__bridge_bind_port_to_acl",
+                             "__bridge_vlan_enable"};
+    const auto then_restoring = [&restoring](Lines lines) {
+        lines.insert(lines.end(), restoring.begin(), restoring.end());
+        return lines;
+    };
+    on_entering("__bridge_db_remove_virtual_port_to_log_port_back_ref", [this] { port->back_ref_map.remove(100); });
+    EXPECT_EQ(remove(id, port_a, 100), KY_STATUS_PARAM_ERROR);
+    port->back_ref_map.insert(100, vport);
+    EXPECT_EQ(follows, then_restoring({"error: Failed to retreive v_port from log_port.\n",
+                                       "error: __bridge_db_remove_virtual_port failed (Parameter Error).\n"}));
+    EXPECT_EQ(device.snapshot(false), before);
+
     on_entering("__bridge_db_free_virtual_port", [this] { bridge->virtual_port_map.remove(port_a); });
     EXPECT_EQ(remove(id, port_a, 100), KY_STATUS_ENTRY_NOT_FOUND);
     bridge->virtual_port_map.insert(port_a, vport);
-    EXPECT_EQ(take_lines(), (Lines{"error: Could not find port(0x10001) in bridge(1).\n",
-                                   "error: __bridge_db_return_virtual_port failed (Entry Not Found).\n"}));
+    EXPECT_EQ(follows, then_restoring({"error: Could not find port(0x10001) in bridge(1).\n",
+                                       "error: __bridge_db_return_virtual_port failed (Entry Not Found).\n",
+                                       "__bridge_db_add_virtual_port_to_log_port_back_ref", "__bridge_db_get_log_port",
+                                       "__bridge_update_port_rstp_state"}));
     EXPECT_EQ(device.snapshot(false), before);
     expect_consistent();
 
@@ -166,9 +195,11 @@ TEST_F(DamageTest, InTheMiddleOfAnOperation)
     EXPECT_EQ(add(other, port_a, 200), KY_STATUS_ENTRY_NOT_FOUND);
     bridge_db->log_port_map.insert(port_a, port);
     port->eacl_bound_cnt = 1; // of a port that was not found no use can be given back
-    EXPECT_EQ(take_lines(), (Lines{"error: __bridge_db_get_log_port failed when adding eACL.\n",
-                                   "error: __bridge_db_add_virtual_port failed (Entry Not Found).\n",
-                                   "error: __bridge_db_get_log_port failed when removing eACL.\n"}));
+    EXPECT_EQ(follows, (Lines{"__bridge_db_get_log_port", "error: __bridge_db_get_log_port failed when adding eACL.\n",
+                              "error: __bridge_db_add_virtual_port failed (Entry Not Found).\n",
+                              "__bridge_remove_egress_acl_rule", "__bridge_db_get_log_port",
+                              "error: __bridge_db_get_log_port failed when removing eACL.\n",
+                              "__bridge_remove_ingress_acl_rule", "__bridge_db_free_virtual_port"}));
     EXPECT_EQ(consistency::check_database(bridge_db), Lines{}); // in the hardware its egress rule stays
 }
 
