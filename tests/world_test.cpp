@@ -73,7 +73,8 @@ void try_world(LeftOut left_out)
     std::string findings = explore(operations, ways);
     std::printf("%zu states, %zu transitions\n", ways.size(), ways.size() * operations.size());
 
-    const std::size_t states = std::min(environment("KYBRIDGE_WORLD_STATES", reduced_effort() ? 6 : 250), ways.size());
+    const auto wanted = static_cast<std::size_t>(environment("KYBRIDGE_WORLD_STATES", reduced_effort() ? 6 : 250));
+    const std::size_t states = std::min(wanted, ways.size());
     Tried tried;
     for (std::size_t number = 0; number < states && findings.empty(); ++number) // evenly from the first to the last
         findings = refuse_calls(domain, ways[number * ways.size() / states], operations,
