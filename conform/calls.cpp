@@ -1,5 +1,7 @@
 #include "conform/calls.h"
 
+#include <iterator>
+
 #include <fmt/ranges.h>
 
 #include "conform/check.h"
@@ -105,9 +107,7 @@ Answered read_number(const char *name, std::uint32_t of, Service service, Number
 
 std::vector<std::string> service_names()
 {
-#define KYCONFORM_NAME(answer, name, ...) #name,
-    std::vector<std::string> names = {KYBRIDGE_SERVICES(KYCONFORM_NAME)};
-#undef KYCONFORM_NAME
+    std::vector<std::string> names(std::begin(record::service_names), std::end(record::service_names));
     std::erase_if(names, [](const std::string &name) { return !record::is_supplied_by_name(name); });
     names.insert(names.end(), {"ky_log", "rm_resource_global"});
     return names;

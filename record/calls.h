@@ -102,6 +102,11 @@
 
 namespace record {
 
+#define KYBRIDGE_NAME(answer, name, ...) #name,
+inline constexpr std::string_view function_names[] = {KYBRIDGE_FUNCTIONS(KYBRIDGE_NAME)};
+inline constexpr std::string_view service_names[] = {KYBRIDGE_SERVICES(KYBRIDGE_NAME)};
+#undef KYBRIDGE_NAME
+
 /// Whether a process must supply a service under its name. swid_validation is what it puts into
 /// swid_validation_func_ptr, and cl_malloc and cl_free are there without it.
 constexpr bool is_supplied_by_name(std::string_view service)

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include <dlfcn.h>
 
@@ -12,10 +13,8 @@
 namespace record {
 namespace {
 
-#define KYRECORD_COUNT(...) +1
-constexpr unsigned service_count = 0 KYBRIDGE_SERVICES(KYRECORD_COUNT);
-constexpr unsigned function_count = 0 KYBRIDGE_FUNCTIONS(KYRECORD_COUNT);
-#undef KYRECORD_COUNT
+constexpr unsigned service_count = std::size(service_names);
+constexpr unsigned function_count = std::size(function_names);
 constexpr unsigned log_slot = service_count; ///< of ky_log, which stands behind the services
 
 void *real_functions[function_count];

@@ -2,29 +2,20 @@
 #include "sdk/recorder.h"
 
 #include <algorithm>
-#include <array>
 
 namespace sdk {
 
-namespace {
-
-#define KYSDK_NAME(answer, name, ...) #name,
-constexpr std::array<std::string_view, service_count> service_names = {KYBRIDGE_SERVICES(KYSDK_NAME)};
-#undef KYSDK_NAME
-
-} // namespace
-
 std::string_view name(Service service)
 {
-    return service_names.at(static_cast<std::size_t>(service));
+    return record::service_names[static_cast<std::size_t>(service)];
 }
 
 std::optional<Service> find_service(std::string_view name)
 {
-    const auto *const found = std::find(service_names.begin(), service_names.end(), name);
-    if (found == service_names.end())
+    const auto *const found = std::ranges::find(record::service_names, name);
+    if (found == std::end(record::service_names))
         return std::nullopt;
-    return static_cast<Service>(found - service_names.begin());
+    return static_cast<Service>(found - std::begin(record::service_names));
 }
 
 // ---- Journal --------------------------------------------------------------------------------------

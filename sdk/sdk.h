@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -33,7 +34,7 @@ namespace sdk {
 #define KYSDK_SERVICE(answer, name, ...) name,
 enum class Service : unsigned { KYBRIDGE_SERVICES(KYSDK_SERVICE) };
 #undef KYSDK_SERVICE
-inline constexpr std::size_t service_count = static_cast<std::size_t>(Service::cl_free) + 1;
+inline constexpr std::size_t service_count = std::size(record::service_names);
 
 /// The symbol's name, for example "acl_rules_set".
 std::string_view name(Service service);

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <vector>
 
@@ -34,11 +35,10 @@ struct Kind {
     std::map<std::string, std::uint64_t> objects; ///< with the bytes that each has at least
 };
 
-#define KYBRIDGE_NAME(answer, name, ...) #name,
 const Kind &module_kind()
 {
     static const Kind kind{"the bridge module",
-                           {KYBRIDGE_FUNCTIONS(KYBRIDGE_NAME)},
+                           {std::begin(record::function_names), std::end(record::function_names)},
                            {{"bridge_db", sizeof(void *)}, {"swid_validation_func_ptr", sizeof(void *)}}};
     return kind;
 }
@@ -46,15 +46,15 @@ const Kind &module_kind()
 const Kind &sdk_kind()
 {
     static const Kind kind = [] {
-        Kind of_sdk{
-            "an SDK's library", {KYBRIDGE_SERVICES(KYBRIDGE_NAME)}, {{"rm_resource_global", sizeof(rm_resource_t)}}};
+        Kind of_sdk{"an SDK's library",
+                    {std::begin(record::service_names), std::end(record::service_names)},
+                    {{"rm_resource_global", sizeof(rm_resource_t)}}};
         std::erase_if(of_sdk.functions, [](const std::string &name) { return !record::is_supplied_by_name(name); });
         of_sdk.functions.emplace_back("ky_log");
         return of_sdk;
     }();
     return kind;
 }
-#undef KYBRIDGE_NAME
 
 /// Says what is right and what is wrong, at once, and remembers whether anything was wrong.
 class Findings {
