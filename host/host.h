@@ -52,11 +52,11 @@ enum class Tracing : std::uint8_t {
 /// A hardware address for a port, or for the station behind it, where nobody gave one: 02:00 and the port's number.
 sim::Mac station_at(std::uint32_t log_port);
 
-/// Who gives commands: a script, or one of the clients. What he sent is his own.
+/// Who gives commands: a script, or one of the clients. What became of a frame is told to its sender only.
 struct Giver {
     Output *output;                              ///< where answers and complaints go
-    const Files *files;                          ///< that his commands may read and make
-    std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that he sent by hand
+    const Files *files;                          ///< that its commands may read and make
+    std::optional<sim::Outcome> last_frame = {}; ///< what became of the last frame that it sent by hand
     std::uint64_t frames_sent = 0;               ///< by hand: described, or given as bytes
 };
 

@@ -167,14 +167,9 @@ std::string check(sim::Switch &software_switch, const State &state, Configuratio
 /// Carries steps out from power-on and looks at every frame then. @return as check
 std::string fails(const std::vector<Step> &steps, const Configuration &host)
 {
-    power_on(domain);
-    sim::Switch software_switch;
+    const State state = reach(domain, path(steps));
     host.set();
-    State state;
-    for (const Step &step : steps) {
-        predict(state, step.operation);
-        apply(step.operation);
-    }
+    sim::Switch software_switch;
     return check(software_switch, state, host);
 }
 

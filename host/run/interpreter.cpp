@@ -145,7 +145,7 @@ std::optional<Verdict> Interpreter::go_on()
 
 Verdict Interpreter::refuse(const ScriptError &error)
 {
-    output_.complain(fmt::format("{}: {}", place_, error.what()));
+    giver_.output->complain(fmt::format("{}: {}", place_, error.what()));
     return wrong_script;
 }
 
@@ -195,17 +195,17 @@ std::optional<Verdict> Interpreter::report(const std::optional<Answer> &answer)
     Verdict verdict = as_expected;
     if (answer->as_expected()) {
         if (const std::string text = answer->text(); !text.empty())
-            output_.print(text + "\n");
+            giver_.output->print(text + "\n");
     } else {
         std::string complaint = fmt::format("{}: {}\n  {}", place_, join(words_), answer->complaint());
         for (const Log::Line &line : answer->log)
             if (line.severity == KY_LOG_ERROR)
                 complaint += "\n  " + line.text();
-        output_.complain(complaint);
+        giver_.output->complain(complaint);
         verdict = unexpected;
     }
     for (const std::string &misuse : answer->misuses) {
-        output_.complain(fmt::format("{}: the SDK was misused: {}", place_, misuse));
+        giver_.output->complain(fmt::format("{}: the SDK was misused: {}", place_, misuse));
         verdict = unexpected;
     }
     return verdict;
@@ -215,14 +215,14 @@ Verdict Interpreter::finish()
 {
     // Faults that a script planned and did not meet are not meant for this stop.
     if (host_.device.faults.pending()) {
-        output_.complain("at the end: a planned fault has not happened ('show faults' tells which)");
+        giver_.output->complain("at the end: a planned fault has not happened ('show faults' tells which)");
         host_.device.faults.clear();
     }
     Verdict verdict = as_expected;
     if (host_.module.is_started())
         verdict = run_line("stop", "at the end");
     if (!host_.device.memory.outstanding.empty() || !host_.device.memory.raw_outstanding.empty()) {
-        output_.complain(
+        giver_.output->complain(
             fmt::format("at the end: {} bytes of memory are still outstanding", host_.device.memory.bytes()));
         verdict = unexpected;
     }

@@ -46,7 +46,7 @@ public:
     /// @param files that commands may read and make
     /// @param keep_going goes on after a command that did not do what was expected
     Interpreter(Host &host, Output &output, const Files &files, bool keep_going = false)
-        : host_(host), output_(output), giver_{&output, &files}, keep_going_(keep_going)
+        : host_(host), giver_{&output, &files}, keep_going_(keep_going)
     {
     }
 
@@ -82,7 +82,6 @@ private:
     Verdict refuse(const ScriptError &error);
 
     Host &host_;
-    Output &output_;
     Giver giver_;
     bool keep_going_;
     Answer current_; ///< so far; its result has a rest while a command is being carried out

@@ -50,6 +50,14 @@ std::vector<Step> steps(const Path &path)
     return steps;
 }
 
+Path path(const std::vector<Step> &steps)
+{
+    Path path;
+    for (const Step &step : steps)
+        path.push_back(step.operation);
+    return path;
+}
+
 Step any_step(const Domain &domain, const Below &below)
 {
     Step step{any_operation(domain, below)};

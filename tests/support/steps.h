@@ -22,6 +22,8 @@ struct Step {
 
 /// The steps of a path, on which nothing is refused.
 std::vector<Step> steps(const Path &path);
+/// The operations of steps, without what is refused in them.
+Path path(const std::vector<Step> &steps);
 /// Any operation, in one of six with a fault planned, which about one of seventy reaches.
 Step any_step(const Domain &domain, const Below &below);
 

@@ -265,11 +265,9 @@ private:
 /// What does not hold at the last of some steps.
 std::string run_last(const Domain &domain, const std::vector<Step> &steps)
 {
-    Path path;
-    for (const Step &step : steps)
-        path.push_back(step.operation);
-    path.pop_back();
-    Trial trial(domain, path);
+    Path way = path(steps);
+    way.pop_back();
+    Trial trial(domain, way);
     const std::string findings = trial.run({steps.back().operation});
     return findings.empty() ? trial.run(steps.back()) : findings;
 }
